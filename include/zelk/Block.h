@@ -140,6 +140,7 @@ class ZELK_EXPORT Block {
  private:
   friend class GraphView;
   friend class Link;
+  friend class LiveBlocks;
   friend class RouteImpl;
 
   std::map<std::size_t, InputEndpoint*> activeInEps;

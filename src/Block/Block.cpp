@@ -1,0 +1,158 @@
+#include <zelk/Block.h>
+
+#include "Block/LiveBlocks.h"
+#include "Boundary.h"
+#include "Log.h"
+
+namespace zelk {
+
+static constexpr char LOG_TAG[] = "src/Block";
+
+namespace {
+
+// Runs a hook; what it throws is logged under the name of the operation that called it.
+template <typename Call>
+int RunHook(const char* function, const std::string& routeName, const std::string& name,
+            const char* hook, Call&& call) {
+  return Guarded(-20, call, [&](const char* what) {
+    ZELK_LOG_AS('E', function, "%s: %s: %s threw: %s", routeName.c_str(), name.c_str(), hook, what);
+  });
+}
+
+}  // namespace
+
+Block::Block(bool isFirst_, bool isLast_) : isFirst(isFirst_), isLast(isLast_) {
+  for (std::size_t i = 0; i < MAX_EPS; ++i) {
+    inEps[i].index = outEps[i].index = i;
+    inEps[i].block = outEps[i].block = this;
+  }
+  LiveBlocks::Add(this);
+}
+
+Block::~Block() {
+  LiveBlocks::Remove(this);
+  CloseDump();
+  LOG_I("%s: %s: Deleted", routeName.c_str(), name.c_str());
+}
+
+void Block::SetName(const std::string& routeName_, const std::string& name_,
+                    const std::string* dumpPath_) {
+  routeName = routeName_;
+  name = name_;
+  dumpPath = dumpPath_;
+  LOG_I("%s: %s: Created", routeName.c_str(), name.c_str());
+}
+
+int Block::BaseOnInEpLinked(std::size_t index) {
+  if (!activeInEps.emplace(index, &inEps[index]).second) {
+    LOG_E("%s: %s: Input endpoint %zu existed", routeName.c_str(), name.c_str(), index);
+    return -20;
+  }
+  const int ret = RunHook(__func__, routeName, name, "OnInEpLinked",
+                          [&] { return OnInEpLinked(index); });
+  if (ret < 0) {
+    activeInEps.erase(index);
+    return ret;
+  }
+  LOG_D("%s: %s: Input endpoint %zu linked", routeName.c_str(), name.c_str(), index);
+  return ret;
+}
+
+void Block::BaseOnInEpUnlinked(std::size_t index) {
+  activeInEps.erase(index);
+  LOG_D("%s: %s: Input endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
+  RunHook(__func__, routeName, name, "OnInEpUnlinked", [&] {
+    OnInEpUnlinked(index);
+    return 0;
+  });
+}
+
+int Block::BaseOnOutEpLinked(std::size_t index) {
+  if (!activeOutEps.emplace(index, &outEps[index]).second) {
+    LOG_E("%s: %s: Output endpoint %zu existed", routeName.c_str(), name.c_str(), index);
+    return -20;
+  }
+  const int ret = RunHook(__func__, routeName, name, "OnOutEpLinked",
+                          [&] { return OnOutEpLinked(index); });
+  if (ret < 0) {
+    activeOutEps.erase(index);
+    return ret;
+  }
+  LOG_D("%s: %s: Output endpoint %zu linked", routeName.c_str(), name.c_str(), index);
+  return ret;
+}
+
+void Block::BaseOnOutEpUnlinked(std::size_t index) {
+  activeOutEps.erase(index);
+  LOG_D("%s: %s: Output endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
+  RunHook(__func__, routeName, name, "OnOutEpUnlinked", [&] {
+    OnOutEpUnlinked(index);
+    return 0;
+  });
+}
+
+int Block::BaseStart() {
+  if (started) return 0;
+  const int ret = RunHook(__func__, routeName, name, "Start", [&] { return Start(); });
+  started = ret == 0;
+  return ret;
+}
+
+int Block::BaseStop() {
+  if (!started) return 0;
+  const int ret = RunHook(__func__, routeName, name, "Stop", [&] { return Stop(); });
+  started = ret != 0;
+  return ret;
+}
+
+void Block::BaseReset() {
+  LOG_D("%s: %s: Reset", routeName.c_str(), name.c_str());
+  RunHook(__func__, routeName, name, "Reset", [&] {
+    Reset();
+    return 0;
+  });
+  for (auto& [index, ep] : activeInEps) ep->fb.validSamples = 0;
+  for (auto& [index, ep] : activeOutEps) ep->fb.validSamples = 0;
+}
+
+bool Block::ActiveInEpsDataIsReady() const noexcept {
+  for (const auto& [index, ep] : activeInEps) {
+    if (ep->fb.validSamples == 0) return false;
+  }
+  return true;
+}
+
+bool Block::ActiveOutEpsDataIsEmpty() const noexcept {
+  for (const auto& [index, ep] : activeOutEps) {
+    if (ep->fb.validSamples == 0) return true;
+  }
+  return false;
+}
+
+void Block::ClearActiveInEpsData() noexcept {
+  for (auto& [index, ep] : activeInEps) ep->fb.validSamples = 0;
+}
+
+int Block::ioctl(unsigned int, void*) { return -20; }
+const char* Block::Subname() const { return nullptr; }
+int Block::OnInEpLinked(std::size_t) { return 0; }
+void Block::OnInEpUnlinked(std::size_t) {}
+int Block::OnOutEpLinked(std::size_t) { return 0; }
+void Block::OnOutEpUnlinked(std::size_t) {}
+int Block::Start() { return 0; }
+int Block::Stop() { return 0; }
+void Block::Reset() {}
+long Block::Delay() const { return 0; }
+
+int Block::SetParameter(unsigned int paramId, const std::vector<std::string>& params) {
+  LOG_I("%s: %s: paramId=%d, params.size()=%zu", routeName.c_str(), name.c_str(),
+        static_cast<int>(paramId), params.size());
+  return 0;
+}
+
+int Block::GetParameter(unsigned int paramId, std::vector<std::string>&) {
+  LOG_I("%s: %s: paramId=%d", routeName.c_str(), name.c_str(), static_cast<int>(paramId));
+  return 0;
+}
+
+}  // namespace zelk

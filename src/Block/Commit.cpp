@@ -1,0 +1,69 @@
+// The commit of a frame: descriptors travel across the links, samples stay where they are.
+#include <zelk/Block.h>
+
+#include <algorithm>
+
+#include "Link/Link.h"
+#include "Log.h"
+
+namespace zelk {
+
+static constexpr char LOG_TAG[] = "src/Block";
+
+int Block::CommitFrame() {
+  for (auto& [index, ep] : activeInEps) {
+    Link& link = *ep->link;
+    link.outEp->fb = ep->fb;
+    link.Publish();
+  }
+  for (auto& [index, ep] : activeOutEps) {
+    Link& link = *ep->link;
+    link.inEp->fb = ep->fb;
+    link.Publish();
+    if (dumpPath != nullptr && !dumpPath->empty()) Dump(*ep);
+  }
+  return 0;
+}
+
+namespace {
+
+// Plain decimal whatever the host's global locale is.
+std::string DumpFileName(const std::string& directory, const std::string& routeName,
+                         const std::string& name, std::size_t index, const FrameBuffer& fb) {
+  char endpoint[5];
+  std::snprintf(endpoint, sizeof(endpoint), "-O%02zu", index % 100);
+  return directory + routeName + "-" + name + endpoint + "-" + std::to_string(fb.rate) + "Hz-" +
+         FormatToString(fb.format) + "-" + std::to_string(fb.channels) + "ch.pcm";
+}
+
+}  // namespace
+
+void Block::Dump(OutputEndpoint& ep) {
+  std::FILE*& file = dumpFiles[ep.index];
+  if (file == nullptr) {
+    const std::string path = DumpFileName(*dumpPath, routeName, name, ep.index, ep.fb);
+    file = std::fopen(path.c_str(), "wbe");  // "e": a child that the host starts does not keep it
+    if (file == nullptr) {
+      ZELK_LOG_AS('D', "CommitFrame", "%s: %s: Unable to open %s to dump data", routeName.c_str(),
+                  name.c_str(), path.c_str());
+      return;
+    }
+  }
+  if (ep.fb.validSamples < 1) return;
+  // The descriptor may claim more than the link holds; only what is there is written.
+  const std::size_t item = ep.fb.channels * BytesPerSample(ep.fb.format);
+  if (item == 0) return;
+  const std::size_t inside = ep.link->BytesInside(ep.fb.data, static_cast<std::size_t>(-1));
+  const std::size_t items =
+      std::min(static_cast<std::size_t>(ep.fb.validSamples), inside / item);
+  std::fwrite(ep.fb.data, item, items, file);
+}
+
+void Block::CloseDump() {
+  for (std::FILE*& file : dumpFiles) {
+    if (file != nullptr) std::fclose(file);
+    file = nullptr;
+  }
+}
+
+}  // namespace zelk

@@ -6,10 +6,10 @@ extern "C" {
 #endif
 
 #if defined(__GNUC__) || defined(__clang__)
-#define VANTREL_PRINTF(format, args) __attribute__((format(printf, format, args)))
+#define VANTREL_PRINTF(text, args) __attribute__((format(printf, text, args)))
 #define VANTREL_EXPORT __attribute__((visibility("default")))
 #else
-#define VANTREL_PRINTF(format, args)
+#define VANTREL_PRINTF(text, args)
 #define VANTREL_EXPORT
 #endif
 
