@@ -138,7 +138,6 @@ class ZELK_EXPORT Block {
   OutputEndpoint outEps[MAX_EPS];
 
  private:
-  friend class GraphView;
   friend class Link;
   friend class LiveBlocks;
   friend class RouteImpl;
@@ -160,7 +159,10 @@ class ZELK_EXPORT Block {
   std::FILE* dumpFiles[MAX_EPS] = {};
   bool started = false;
 
+  template <typename Map, typename Port, typename Hook>
+  int Linked(const char* function, const char* side, Map& active, Port& ep, Hook&& hook);
   void Dump(OutputEndpoint& ep);
+  void AppendToDump(OutputEndpoint& ep);
 };
 
 /// What a plug-in exports, unmangled, under the name "CreateBlock". Returns a new block that the

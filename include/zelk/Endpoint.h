@@ -31,7 +31,6 @@ class ZELK_EXPORT Endpoint {
   friend class Block;
   friend class Link;
   friend class RouteImpl;
-  friend class GraphView;
 
   std::size_t index = MAX_EPS;
   Block* block = nullptr;

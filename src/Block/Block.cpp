@@ -44,17 +44,31 @@ void Block::SetName(const std::string& routeName_, const std::string& name_,
 }
 
 int Block::BaseOnInEpLinked(std::size_t index) {
-  if (!activeInEps.emplace(index, &inEps[index]).second) {
-    LOG_E("%s: %s: Input endpoint %zu existed", routeName.c_str(), name.c_str(), index);
-    return -20;
-  }
-  const int ret = RunHook(__func__, routeName, name, "OnInEpLinked",
-                          [&] { return OnInEpLinked(index); });
-  if (ret < 0) {
-    activeInEps.erase(index);
-    return ret;
-  }
-  LOG_D("%s: %s: Input endpoint %zu linked", routeName.c_str(), name.c_str(), index);
+  return Linked(__func__, "Input", activeInEps, inEps[index], [&] { return OnInEpLinked(index); });
+}
+
+int Block::BaseOnOutEpLinked(std::size_t index) {
+  return Linked(__func__, "Output", activeOutEps, outEps[index],
+                [&] { return OnOutEpLinked(index); });
+}
+
+template <typename Map, typename Port, typename Hook>
+int Block::Linked(const char* function, const char* side, Map& active, Port& ep, Hook&& hook) {
+  const std::size_t index = ep.index;
+  const int ret = RunHook(function, routeName, name, "Linking", [&] {
+    if (!active.emplace(index, &ep).second) {
+      ZELK_LOG_AS('E', function, "%s: %s: %s endpoint %zu existed", routeName.c_str(), name.c_str(),
+                  side, index);
+      return -20;
+    }
+    // Refused until the hook has agreed, also by an exception.
+    const int answer = RunHook(function, routeName, name, "The link hook", hook);
+    if (answer < 0) active.erase(index);
+    return answer;
+  });
+  if (ret < 0) return ret;
+  ZELK_LOG_AS('D', function, "%s: %s: %s endpoint %zu linked", routeName.c_str(), name.c_str(),
+              side, index);
   return ret;
 }
 
@@ -65,21 +79,6 @@ void Block::BaseOnInEpUnlinked(std::size_t index) {
     OnInEpUnlinked(index);
     return 0;
   });
-}
-
-int Block::BaseOnOutEpLinked(std::size_t index) {
-  if (!activeOutEps.emplace(index, &outEps[index]).second) {
-    LOG_E("%s: %s: Output endpoint %zu existed", routeName.c_str(), name.c_str(), index);
-    return -20;
-  }
-  const int ret = RunHook(__func__, routeName, name, "OnOutEpLinked",
-                          [&] { return OnOutEpLinked(index); });
-  if (ret < 0) {
-    activeOutEps.erase(index);
-    return ret;
-  }
-  LOG_D("%s: %s: Output endpoint %zu linked", routeName.c_str(), name.c_str(), index);
-  return ret;
 }
 
 void Block::BaseOnOutEpUnlinked(std::size_t index) {
@@ -111,8 +110,10 @@ void Block::BaseReset() {
     Reset();
     return 0;
   });
-  for (auto& [index, ep] : activeInEps) ep->fb.validSamples = 0;
-  for (auto& [index, ep] : activeOutEps) ep->fb.validSamples = 0;
+  for (auto& [index, ep] : activeInEps)
+    ep->fb.validSamples = 0;
+  for (auto& [index, ep] : activeOutEps)
+    ep->fb.validSamples = 0;
 }
 
 bool Block::ActiveInEpsDataIsReady() const noexcept {
@@ -130,19 +131,34 @@ bool Block::ActiveOutEpsDataIsEmpty() const noexcept {
 }
 
 void Block::ClearActiveInEpsData() noexcept {
-  for (auto& [index, ep] : activeInEps) ep->fb.validSamples = 0;
+  for (auto& [index, ep] : activeInEps)
+    ep->fb.validSamples = 0;
 }
 
-int Block::ioctl(unsigned int, void*) { return -20; }
-const char* Block::Subname() const { return nullptr; }
-int Block::OnInEpLinked(std::size_t) { return 0; }
+int Block::ioctl(unsigned int, void*) {
+  return -20;
+}
+const char* Block::Subname() const {
+  return nullptr;
+}
+int Block::OnInEpLinked(std::size_t) {
+  return 0;
+}
 void Block::OnInEpUnlinked(std::size_t) {}
-int Block::OnOutEpLinked(std::size_t) { return 0; }
+int Block::OnOutEpLinked(std::size_t) {
+  return 0;
+}
 void Block::OnOutEpUnlinked(std::size_t) {}
-int Block::Start() { return 0; }
-int Block::Stop() { return 0; }
+int Block::Start() {
+  return 0;
+}
+int Block::Stop() {
+  return 0;
+}
 void Block::Reset() {}
-long Block::Delay() const { return 0; }
+long Block::Delay() const {
+  return 0;
+}
 
 int Block::SetParameter(unsigned int paramId, const std::vector<std::string>& params) {
   LOG_I("%s: %s: paramId=%d, params.size()=%zu", routeName.c_str(), name.c_str(),

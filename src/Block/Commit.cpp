@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "Boundary.h"
 #include "Link/Link.h"
 #include "Log.h"
 
@@ -12,17 +13,25 @@ static constexpr char LOG_TAG[] = "src/Block";
 
 int Block::CommitFrame() {
   for (auto& [index, ep] : activeInEps) {
-    Link& link = *ep->link;
-    link.outEp->fb = ep->fb;
-    link.Publish();
+    if (ep->link == nullptr) continue;  // a block that is tested alone has no links
+    ep->link->outEp->fb = ep->fb;
+    ep->link->Publish();
   }
   for (auto& [index, ep] : activeOutEps) {
-    Link& link = *ep->link;
-    link.inEp->fb = ep->fb;
-    link.Publish();
+    if (ep->link == nullptr) continue;
+    ep->link->inEp->fb = ep->fb;
+    ep->link->Publish();
     if (dumpPath != nullptr && !dumpPath->empty()) Dump(*ep);
   }
   return 0;
+}
+
+void Block::Dump(OutputEndpoint& ep) {
+  Guarded([&] { AppendToDump(ep); },
+          [&](const char* what) {
+            ZELK_LOG_AS('D', "CommitFrame", "%s: %s: Unable to dump data: %s", routeName.c_str(),
+                        name.c_str(), what);
+          });
 }
 
 namespace {
@@ -38,7 +47,7 @@ std::string DumpFileName(const std::string& directory, const std::string& routeN
 
 }  // namespace
 
-void Block::Dump(OutputEndpoint& ep) {
+void Block::AppendToDump(OutputEndpoint& ep) {
   std::FILE*& file = dumpFiles[ep.index];
   if (file == nullptr) {
     const std::string path = DumpFileName(*dumpPath, routeName, name, ep.index, ep.fb);
@@ -54,8 +63,7 @@ void Block::Dump(OutputEndpoint& ep) {
   const std::size_t item = ep.fb.channels * BytesPerSample(ep.fb.format);
   if (item == 0) return;
   const std::size_t inside = ep.link->BytesInside(ep.fb.data, static_cast<std::size_t>(-1));
-  const std::size_t items =
-      std::min(static_cast<std::size_t>(ep.fb.validSamples), inside / item);
+  const std::size_t items = std::min(static_cast<std::size_t>(ep.fb.validSamples), inside / item);
   std::fwrite(ep.fb.data, item, items, file);
 }
 

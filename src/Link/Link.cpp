@@ -124,7 +124,9 @@ int Link::InformBlocks(OutputEndpoint* out, InputEndpoint* in) {
   return 0;
 }
 
-bool Link::Reallocate(long samples) { return Reallocate(samples, nullptr, 0); }
+bool Link::Reallocate(long samples) {
+  return Reallocate(samples, nullptr, 0);
+}
 
 bool Link::Reallocate(long samples, const void* src, std::size_t bytes) {
   std::size_t size = buffer.size();

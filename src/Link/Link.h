@@ -43,7 +43,6 @@ class Link {
 
  private:
   friend class Block;
-  friend class GraphView;
   friend class RouteImpl;
 
   bool SizeInBytes(long samples, std::size_t& bytes) const noexcept;

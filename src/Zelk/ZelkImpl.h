@@ -1,0 +1,87 @@
+// The singleton: configuration, registry of routes and FIFOs, debug console.
+#pragma once
+
+#include <sys/types.h>
+#include <zelk/Zelk.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Mutex.h"
+#include "RingBuffer/RingBuffer.h"
+#include "Route/NumberPool.h"
+#include "Route/RouteImpl.h"
+
+namespace zelk {
+
+/// Where the console listens.
+inline constexpr char sunpath[] = "/tmp/voshsock";
+
+class ZelkImpl final : public Zelk {
+ public:
+  /// Sets the logging up from the profile file, then starts the debug thread.
+  ZelkImpl();
+
+  /// Ends the debug thread, then deletes the routes and the FIFOs, newest first. In a forked child,
+  /// which has none of the threads, leaves everything alone.
+  ~ZelkImpl() override;
+
+  Route* NewRoute(const char* name, Route::Callbacks* callbacks) override;
+  void DeleteRoute(Route* route) override;
+  FIFO* NewFIFO(unsigned int rate, unsigned long elementSize, long capacity, long prefill) override;
+  void DeleteFIFO(FIFO* fifo) override;
+
+  /// Keeps a route from being deleted while a console command works on it: `DeleteRoute` waits for
+  /// it. Empty when there is no such route. [any-thread]
+  class RouteLease {
+   public:
+    RouteLease(ZelkImpl& owner, const std::string& name);
+    ~RouteLease();
+    RouteLease(const RouteLease&) = delete;
+    RouteLease& operator=(const RouteLease&) = delete;
+
+    explicit operator bool() const { return route != nullptr; }
+    RouteImpl* operator->() const { return route; }
+    RouteImpl* get() const { return route; }
+
+    /// Ends the lease before its time, for the one who deletes the route.
+    void End();
+
+   private:
+    ZelkImpl& zelk;
+    RouteImpl* route = nullptr;
+  };
+
+  /// What the status report looks at: newest first, without keeping any route alive. [any-thread]
+  std::vector<std::shared_ptr<RouteView>> RouteViews() const ZELK_EXCLUDES(mutex);
+  std::vector<std::shared_ptr<RingBuffer>> Fifos() const ZELK_EXCLUDES(mutex);
+
+ private:
+  friend void MainThread(ZelkImpl* zelk);
+
+  void ReadProfile();
+  void DebugThreadLoop();
+  void EndDebugThread();
+  void AbandonInChild() ZELK_EXCLUDES(mutex);
+
+  // The lists, newest first. Their entries die outside the lock: a route calls its client back.
+  mutable Mutex mutex;
+  std::list<std::shared_ptr<RingBuffer>> fifos ZELK_GUARDED_BY(mutex);
+  std::list<std::shared_ptr<RouteImpl>> routes ZELK_GUARDED_BY(mutex);
+  NumberPool fifoNumbers ZELK_GUARDED_BY(mutex);
+  std::map<RouteImpl*, int> leases ZELK_GUARDED_BY(mutex);
+  std::condition_variable leaseEnded;
+
+  // Constant after construction.
+  std::shared_ptr<std::thread> debugThread;
+  const pid_t pid;
+  std::string dumpPath;
+};
+
+}  // namespace zelk
