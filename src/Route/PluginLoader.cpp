@@ -34,9 +34,6 @@ Plugin::Plugin(const std::string& routeName, const std::string& soFileName)
     : handle(dlopen(soFileName.c_str(), RTLD_LAZY)) {
   if (handle == nullptr) {
     ZELK_LOG_AS('E', "NewBlock_l", "%s: Can't open %s", routeName.c_str(), soFileName.c_str());
-    if (const char* reason = dlerror()) {
-      ZELK_LOG_AS('D', "NewBlock_l", "%s: %s", routeName.c_str(), reason);
-    }
     return;
   }
   createBlock = reinterpret_cast<CreateBlockFunction>(dlsym(handle, "CreateBlock"));

@@ -6,6 +6,13 @@ namespace zelk {
 
 static constexpr char LOG_TAG[] = "src/Route";
 
+Route::~Route() = default;
+
+void Route::Callbacks::OnStarted() {}
+void Route::Callbacks::OnStopped(StopReason) {}
+void Route::Callbacks::OnExit() {}
+Route::Callbacks::~Callbacks() = default;
+
 Block* RouteImpl::NewBlock(const char* soFileName, bool first, bool last,
                            const std::vector<std::string>& args) {
   if (soFileName == nullptr) {
