@@ -35,7 +35,7 @@ enum FrameResult : std::int32_t {
 ///
 /// Lifetime: created by `CreateBlock`, named, linked, started, driven, stopped (and perhaps started
 /// again), unlinked, deleted by the route. Its code stays loaded for longer than it lives.
-class ZELK_EXPORT Block {
+class alignas(64) ZELK_EXPORT Block {
  public:
   using enum FrameResult;
 
@@ -131,36 +131,44 @@ class ZELK_EXPORT Block {
   /// Takes the frames of all active inputs: sets their `validSamples` to 0.
   void ClearActiveInEpsData() noexcept;
 
- protected:
-  // The order of the fields is part of the binary interface.
-
-  InputEndpoint inEps[MAX_EPS];
-  OutputEndpoint outEps[MAX_EPS];
-
  private:
   friend class Link;
   friend class LiveBlocks;
   friend class RouteImpl;
 
-  std::map<std::size_t, InputEndpoint*> activeInEps;
-  std::map<std::size_t, OutputEndpoint*> activeOutEps;
+  // The order of the fields is part of the binary interface. A frame touches three cache lines of a
+  // block whose ports 0 are linked: this group with the virtual table, and one for each port.
+
+  std::uint32_t activeIns = 0;   // bit i: input i is active
+  std::uint32_t activeOuts = 0;  // bit i: output i is active
+  const char* nameText = "";     // the text of `name`
+  const std::string* dumpPath = nullptr;
 
  protected:
   // Constant after construction.
   bool isFirst;
   bool isLast;
 
+  InputEndpoint inEps[MAX_EPS];
+  OutputEndpoint outEps[MAX_EPS];
+
+ private:
+  std::map<std::size_t, InputEndpoint*> activeInEps;
+  std::map<std::size_t, OutputEndpoint*> activeOutEps;
+
+ protected:
   // Constant after `SetName`.
   std::string routeName;
   std::string name;
 
  private:
-  const std::string* dumpPath = nullptr;
   std::FILE* dumpFiles[MAX_EPS] = {};
   bool started = false;
+  bool* startCheck = nullptr;  // the route's note that a block waits to be started
 
   template <typename Map, typename Port, typename Hook>
-  int Linked(const char* function, const char* side, Map& active, Port& ep, Hook&& hook);
+  int Linked(const char* function, const char* side, Map& active, std::uint32_t& mask, Port& ep,
+             Hook&& hook);
   void Dump(OutputEndpoint& ep);
   void AppendToDump(OutputEndpoint& ep);
 };

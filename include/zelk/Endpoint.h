@@ -10,6 +10,7 @@ namespace zelk {
 
 class Block;
 class Link;
+struct LinkView;
 
 /// Every block has this many input and this many output endpoints.
 inline constexpr std::size_t MAX_EPS = 32;
@@ -36,6 +37,11 @@ class ZELK_EXPORT Endpoint {
   Block* block = nullptr;
   Link* link = nullptr;
   mutable FrameBuffer fb;
+
+ private:
+  // The link's other end and its published face, here because every commit needs both.
+  Endpoint* peer = nullptr;
+  LinkView* view = nullptr;
 };
 
 /// A port that receives frames. The consumer reads `FB()`, then sets its `validSamples` to 0.

@@ -2,7 +2,7 @@
 #pragma once
 
 #if defined(__GNUC__) || defined(__clang__)
-#define ZELK_EXPORT __attribute__((visibility("default")))
+#define ZELK_EXPORT [[gnu::visibility("default")]]
 #else
 #define ZELK_EXPORT
 #endif

@@ -1,5 +1,7 @@
 #include <zelk/Block.h>
 
+#include <bit>
+
 #include "Block/LiveBlocks.h"
 #include "Boundary.h"
 #include "Log.h"
@@ -9,6 +11,10 @@ namespace zelk {
 static constexpr char LOG_TAG[] = "src/Block";
 
 namespace {
+
+constexpr std::uint32_t Bit(std::size_t index) {
+  return std::uint32_t{1} << index;
+}
 
 // Runs a hook; what it throws is logged under the name of the operation that called it.
 template <typename Call>
@@ -39,21 +45,24 @@ void Block::SetName(const std::string& routeName_, const std::string& name_,
                     const std::string* dumpPath_) {
   routeName = routeName_;
   name = name_;
+  nameText = name.c_str();
   dumpPath = dumpPath_;
   LOG_I("%s: %s: Created", routeName.c_str(), name.c_str());
 }
 
 int Block::BaseOnInEpLinked(std::size_t index) {
-  return Linked(__func__, "Input", activeInEps, inEps[index], [&] { return OnInEpLinked(index); });
+  return Linked(__func__, "Input", activeInEps, activeIns, inEps[index],
+                [&] { return OnInEpLinked(index); });
 }
 
 int Block::BaseOnOutEpLinked(std::size_t index) {
-  return Linked(__func__, "Output", activeOutEps, outEps[index],
+  return Linked(__func__, "Output", activeOutEps, activeOuts, outEps[index],
                 [&] { return OnOutEpLinked(index); });
 }
 
 template <typename Map, typename Port, typename Hook>
-int Block::Linked(const char* function, const char* side, Map& active, Port& ep, Hook&& hook) {
+int Block::Linked(const char* function, const char* side, Map& active, std::uint32_t& mask,
+                  Port& ep, Hook&& hook) {
   const std::size_t index = ep.index;
   const int ret = RunHook(function, routeName, name, "Linking", [&] {
     if (!active.emplace(index, &ep).second) {
@@ -61,9 +70,12 @@ int Block::Linked(const char* function, const char* side, Map& active, Port& ep,
                   side, index);
       return -20;
     }
-    // Refused until the hook has agreed, also by an exception.
+    mask |= Bit(index);
     const int answer = RunHook(function, routeName, name, "The link hook", hook);
-    if (answer < 0) active.erase(index);
+    if (answer < 0) {
+      active.erase(index);
+      mask &= ~Bit(index);
+    }
     return answer;
   });
   if (ret < 0) return ret;
@@ -74,6 +86,7 @@ int Block::Linked(const char* function, const char* side, Map& active, Port& ep,
 
 void Block::BaseOnInEpUnlinked(std::size_t index) {
   activeInEps.erase(index);
+  activeIns &= ~Bit(index);
   LOG_D("%s: %s: Input endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
   RunHook(__func__, routeName, name, "OnInEpUnlinked", [&] {
     OnInEpUnlinked(index);
@@ -83,6 +96,7 @@ void Block::BaseOnInEpUnlinked(std::size_t index) {
 
 void Block::BaseOnOutEpUnlinked(std::size_t index) {
   activeOutEps.erase(index);
+  activeOuts &= ~Bit(index);
   LOG_D("%s: %s: Output endpoint %zu unlinked", routeName.c_str(), name.c_str(), index);
   RunHook(__func__, routeName, name, "OnOutEpUnlinked", [&] {
     OnOutEpUnlinked(index);
@@ -101,6 +115,7 @@ int Block::BaseStop() {
   if (!started) return 0;
   const int ret = RunHook(__func__, routeName, name, "Stop", [&] { return Stop(); });
   started = ret != 0;
+  if (!started && startCheck != nullptr) *startCheck = true;
   return ret;
 }
 
@@ -117,15 +132,15 @@ void Block::BaseReset() {
 }
 
 bool Block::ActiveInEpsDataIsReady() const noexcept {
-  for (const auto& [index, ep] : activeInEps) {
-    if (ep->fb.validSamples == 0) return false;
+  for (std::uint32_t rest = activeIns; rest != 0; rest &= rest - 1) {
+    if (inEps[std::countr_zero(rest)].fb.validSamples == 0) return false;
   }
   return true;
 }
 
 bool Block::ActiveOutEpsDataIsEmpty() const noexcept {
-  for (const auto& [index, ep] : activeOutEps) {
-    if (ep->fb.validSamples == 0) return true;
+  for (std::uint32_t rest = activeOuts; rest != 0; rest &= rest - 1) {
+    if (outEps[std::countr_zero(rest)].fb.validSamples == 0) return true;
   }
   return false;
 }

@@ -2,6 +2,7 @@
 #include <zelk/Block.h>
 
 #include <algorithm>
+#include <bit>
 
 #include "Boundary.h"
 #include "Link/Link.h"
@@ -12,16 +13,19 @@ namespace zelk {
 static constexpr char LOG_TAG[] = "src/Block";
 
 int Block::CommitFrame() {
-  for (auto& [index, ep] : activeInEps) {
-    if (ep->link == nullptr) continue;  // a block that is tested alone has no links
-    ep->link->outEp->fb = ep->fb;
-    ep->link->Publish();
+  // A port without a peer belongs to a block that is tested alone.
+  for (std::uint32_t rest = activeIns; rest != 0; rest &= rest - 1) {
+    InputEndpoint& ep = inEps[std::countr_zero(rest)];
+    if (ep.peer == nullptr) continue;
+    ep.peer->fb = ep.fb;
+    ep.view->PublishBackward(ep.fb);
   }
-  for (auto& [index, ep] : activeOutEps) {
-    if (ep->link == nullptr) continue;
-    ep->link->inEp->fb = ep->fb;
-    ep->link->Publish();
-    if (dumpPath != nullptr && !dumpPath->empty()) Dump(*ep);
+  for (std::uint32_t rest = activeOuts; rest != 0; rest &= rest - 1) {
+    OutputEndpoint& ep = outEps[std::countr_zero(rest)];
+    if (ep.peer == nullptr) continue;
+    ep.peer->fb = ep.fb;
+    ep.view->PublishForward(ep.fb);
+    if (dumpPath != nullptr && !dumpPath->empty()) Dump(ep);
   }
   return 0;
 }

@@ -50,12 +50,13 @@ int Link::Connect(OutputEndpoint* out, InputEndpoint* in) {
   }
   outEp = out;
   inEp = in;
-  out->link = in->link = this;
+  Attach(out, in);
   Describe(out, in);
 
   const int ret = InformBlocks(out, in);
   if (ret < 0) {
-    out->link = in->link = nullptr;
+    Detach(*out);
+    Detach(*in);
     outEp = nullptr;
     inEp = nullptr;
     buffer.clear();
@@ -64,6 +65,21 @@ int Link::Connect(OutputEndpoint* out, InputEndpoint* in) {
   LOG_I("%s: %s: Created %s(O%02zu) --> (I%02zu)%s", routeName.c_str(), name.c_str(),
         out->block->name.c_str(), out->index, in->index, in->block->name.c_str());
   return 0;
+}
+
+void Link::Attach(OutputEndpoint* out, InputEndpoint* in) {
+  out->link = in->link = this;
+  out->view = in->view = view.get();
+  out->peer = in;
+  in->peer = out;
+}
+
+void Link::Detach(Endpoint& ep) {
+  // The other end must not commit to a port that is free again.
+  if (ep.peer != nullptr) ep.peer->peer = nullptr;
+  ep.link = nullptr;
+  ep.view = nullptr;
+  ep.peer = nullptr;
 }
 
 bool Link::SizeInBytes(long samples, std::size_t& bytes) const noexcept {
@@ -174,22 +190,21 @@ std::size_t Link::BytesInside(const unsigned char* data, std::size_t wanted) con
 }
 
 void Link::Publish() noexcept {
-  view->out.Publish(outEp->fb);
-  view->in.Publish(inEp->fb);
+  view->Publish(outEp->fb, inEp->fb);
 }
 
 void Link::Disconnect() {
   if (outEp != nullptr) {
     if (outEp->link != nullptr) {
       outEp->block->BaseOnOutEpUnlinked(outEp->index);
-      outEp->link = nullptr;
+      Detach(*outEp);
     }
     outEp = nullptr;
   }
   if (inEp != nullptr) {
     if (inEp->link != nullptr) {
       inEp->block->BaseOnInEpUnlinked(inEp->index);
-      inEp->link = nullptr;
+      Detach(*inEp);
     }
     inEp = nullptr;
   }

@@ -47,6 +47,8 @@ class Link {
 
   bool SizeInBytes(long samples, std::size_t& bytes) const noexcept;
   bool ResizeBuffer(long samples);
+  void Attach(OutputEndpoint* out, InputEndpoint* in);
+  static void Detach(Endpoint& ep);
   void Describe(OutputEndpoint* out, InputEndpoint* in);
   int InformBlocks(OutputEndpoint* out, InputEndpoint* in);
 

@@ -21,6 +21,18 @@ class LiveDescriptor {
     timestamp.store(fb.timestamp, std::memory_order_relaxed);
   }
 
+  /// Whether publishing would change anything but perhaps the time.
+  bool Fits(const FrameBuffer& fb) const noexcept {
+    return fb.samplesPerFrame == samplesPerFrame.load(std::memory_order_relaxed) &&
+           fb.rate == rate.load(std::memory_order_relaxed) &&
+           fb.format == format.load(std::memory_order_relaxed) &&
+           fb.channels == channels.load(std::memory_order_relaxed);
+  }
+
+  void PublishTime(long long time) noexcept { timestamp.store(time, std::memory_order_relaxed); }
+
+  long long Time() const noexcept { return timestamp.load(std::memory_order_relaxed); }
+
   /// `data` and `validSamples` are not published.
   FrameBuffer Read() const noexcept {
     FrameBuffer fb;
@@ -53,8 +65,36 @@ struct LinkView {
   bool sinkIsLast = false;
   const void* link = nullptr;  ///< identity only: the link may be gone
 
-  LiveDescriptor out;
+  // In a cache line of their own, which every commit writes.
+  alignas(64) LiveDescriptor out;
   LiveDescriptor in;
+
+  /// Publishes each end as it is.
+  void Publish(const FrameBuffer& outFb, const FrameBuffer& inFb) noexcept {
+    out.Publish(outFb);
+    in.Publish(inFb);
+    even = false;
+  }
+
+  /// Publish a commit, which makes both ends equal. Mostly just the time has changed since the last
+  /// one, and on the way back not even that.
+  void PublishForward(const FrameBuffer& fb) noexcept {
+    if (!even || !out.Fits(fb)) return PublishBoth(fb);
+    out.PublishTime(fb.timestamp);
+    in.PublishTime(fb.timestamp);
+  }
+  void PublishBackward(const FrameBuffer& fb) noexcept {
+    if (!even || out.Time() != fb.timestamp || !out.Fits(fb)) PublishBoth(fb);
+  }
+
+ private:
+  void PublishBoth(const FrameBuffer& fb) noexcept {
+    out.Publish(fb);
+    in.Publish(fb);
+    even = true;
+  }
+
+  bool even = false;  // route thread only: both ends were last published alike
 };
 
 }  // namespace zelk

@@ -1,6 +1,7 @@
 // The route thread: between two frames it serves the queue, then it pushes the next frame through
 // the graph in waves.
 #include <algorithm>
+#include <bit>
 
 #include "Boundary.h"
 #include "Log.h"
@@ -36,7 +37,8 @@ int RouteImpl::Preprocess() {
     case Status::BROKEN_RUNNING: {
       bool ok = false;
       IntegrityCheck(ok);
-      if (ok) return Start_l();
+      // While nothing was edited or stopped since the last frame, there is nothing to check.
+      if (ok) return startCheck || status != Status::RUNNING ? Start_l() : 0;
       Stop_l(FAILURE);
       view->status.store(Status::BROKEN_RUNNING, std::memory_order_relaxed);
       LOG_I("%s: Status is BROKEN_RUNNING, wait for new actions...", name.c_str());
@@ -90,38 +92,38 @@ RouteImpl::Verdict RouteImpl::RunBlock(Block* block) {
   const long ret = Guarded(
       -20L, [&] { return block->ProcessFrame(); },
       [&](const char* what) {
-        LOG_LOOP('E', "%s: %s: ProcessFrame threw: %s", name.c_str(), block->name.c_str(), what);
+        LOG_LOOP('E', "%s: %s: ProcessFrame threw: %s", name.c_str(), block->nameText, what);
       });
   const char* label = block->isFirst ? "(first) " : block->isLast ? "(last) " : "";
   if (ret >= 0) {
-    LOG_LOOP('V', "%s: %s %sis done", name.c_str(), block->name.c_str(), label);
+    LOG_LOOP('V', "%s: %s %sis done", name.c_str(), block->nameText, label);
     done.push_back(block);
     if (!block->isLast) ScheduleDownstream(*block);
     return Verdict::GoOn;
   }
   switch (ret) {
     case FRAME_PENDING:
-      LOG_LOOP('V', "%s: %s is pending", name.c_str(), block->name.c_str());
+      LOG_LOOP('V', "%s: %s is pending", name.c_str(), block->nameText);
       Schedule(block);
       return Verdict::GoOn;
     case FRAME_DONE_WITHOUT_OUTPUT:
-      LOG_LOOP('V', "%s: %s %sis done without output", name.c_str(), block->name.c_str(), label);
+      LOG_LOOP('V', "%s: %s %sis done without output", name.c_str(), block->nameText, label);
       done.push_back(block);
       return Verdict::GoOn;
     case FRAME_TIMEOUT:
-      LOG_LOOP('E', "%s: %s: Process frame timeout", name.c_str(), block->name.c_str());
+      LOG_LOOP('E', "%s: %s: Process frame timeout", name.c_str(), block->nameText);
       return Verdict::Error;
     case FRAME_END_OF_FILE:
-      LOG_LOOP('I', "%s: %s: End of file", name.c_str(), block->name.c_str());
+      LOG_LOOP('I', "%s: %s: End of file", name.c_str(), block->nameText);
       Stop_l(END_OF_FILE);
       return Verdict::EndOfFile;
     case FRAME_FADED_OUT:
-      LOG_LOOP('I', "%s: %s: Faded out", name.c_str(), block->name.c_str());
+      LOG_LOOP('I', "%s: %s: Faded out", name.c_str(), block->nameText);
       Stop_l(NORMAL);
       done.push_back(block);
       return Verdict::FadedOut;
     default:
-      LOG_LOOP('E', "%s: %s: Process frame failed %d", name.c_str(), block->name.c_str(),
+      LOG_LOOP('E', "%s: %s: Process frame failed %d", name.c_str(), block->nameText,
                static_cast<int>(ret));
       Stop_l(FAILURE);
       done.push_back(block);  // what the failing block holds is passed on all the same
@@ -130,9 +132,8 @@ RouteImpl::Verdict RouteImpl::RunBlock(Block* block) {
 }
 
 void RouteImpl::ScheduleDownstream(const Block& block) {
-  for (const auto& [index, ep] : block.activeOutEps) {
-    if (ep->link == nullptr || ep->link->inEp == nullptr) continue;
-    if (Block* sink = ep->link->inEp->block) Schedule(sink);
+  for (std::uint32_t rest = block.activeOuts; rest != 0; rest &= rest - 1) {
+    if (const Endpoint* sink = block.outEps[std::countr_zero(rest)].peer) Schedule(sink->block);
   }
 }
 
@@ -154,7 +155,7 @@ void RouteImpl::EndFrame(bool endOfFile, bool error) {
     for (Block* block : blocks) {
       Guarded([&] { block->Reset(); },
               [&](const char* what) {
-                LOG_LOOP('E', "%s: %s: Reset threw: %s", name.c_str(), block->name.c_str(), what);
+                LOG_LOOP('E', "%s: %s: Reset threw: %s", name.c_str(), block->nameText, what);
               });
     }
   }

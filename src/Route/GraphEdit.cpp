@@ -98,7 +98,7 @@ void RouteImpl::RemoveBlock(Block* block) {
   blocks.erase(block);
   blockViews.erase(block);
   ReleaseName(block->name);
-  edited = true;
+  GraphEdited();
 }
 
 void RouteImpl::ReleaseName(const std::string& objectName) {
@@ -190,7 +190,7 @@ int RouteImpl::DeleteAll_l() {
   blocks.clear();
   numbers.clear();
   blockViews.clear();
-  edited = true;
+  GraphEdited();
   return 0;
 }
 

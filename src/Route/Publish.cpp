@@ -6,7 +6,12 @@ namespace zelk {
 
 void RouteImpl::GraphEdited(const Block* touched) {
   blockViews[touched] = nullptr;
+  GraphEdited();
+}
+
+void RouteImpl::GraphEdited() {
   edited = true;
+  graphOk = false;
 }
 
 void RouteImpl::PublishGraph() {

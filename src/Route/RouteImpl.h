@@ -105,7 +105,7 @@ class RouteImpl final : public Route {
   void EndFrame(bool endOfFile, bool error);
   int Start_l();
   int Stop_l(Route::StopReason reason);
-  void IntegrityCheck(bool& ok) const;
+  void IntegrityCheck(bool& ok);
 
   // Graph edits (GraphEdit.cpp). [route-thread & mutex held]
   Block* NewBlock_l(const std::string& soFileName, bool first, bool last,
@@ -132,6 +132,7 @@ class RouteImpl final : public Route {
 
   // What the console sees (Publish.cpp). [route-thread]
   void GraphEdited(const Block* touched);
+  void GraphEdited();
   void PublishGraph();
   void PublishDescriptors();
 
@@ -165,7 +166,9 @@ class RouteImpl final : public Route {
   // frame at hand, kept so that a frame does not allocate.
   std::unordered_map<std::string, NumberPool> numbers;
   std::map<const Block*, std::shared_ptr<const BlockView>> blockViews;
-  bool edited = false;
+  bool edited = false;      // since the graph was published
+  bool graphOk = false;     // the graph passed the integrity check and was not edited since
+  bool startCheck = false;  // a block may wait to be started
   std::vector<Block*> current;
   std::vector<Block*> next;
   std::vector<Block*> done;

@@ -8,12 +8,15 @@ namespace zelk {
 static constexpr char LOG_TAG[] = "src/Route";
 
 int RouteImpl::Start_l() {
+  startCheck = false;
   for (Block* block : blocks) {
     const int ret = block->BaseStart();
     if (ret < 0) {
       LOG_E("%s: Failed to start %s (ret=%d)", name.c_str(), block->name.c_str(), ret);
+      startCheck = true;
       return ret;
     }
+    if (!block->started) startCheck = true;  // a positive answer: ask again before the next frame
   }
   if (view->status.load(std::memory_order_relaxed) == Status::RUNNING) return 0;
   view->okFrames.store(0, std::memory_order_relaxed);
@@ -42,8 +45,9 @@ int RouteImpl::Stop_l(Route::StopReason reason) {
   return 0;
 }
 
-void RouteImpl::IntegrityCheck(bool& ok) const {
-  ok = false;
+void RouteImpl::IntegrityCheck(bool& ok) {
+  ok = graphOk;
+  if (ok) return;
   if (firstBlocks.empty()) {
     LOG_E("%s: No first block(s)", name.c_str());
     return;
@@ -60,7 +64,7 @@ void RouteImpl::IntegrityCheck(bool& ok) const {
       return;
     }
   }
-  ok = true;
+  ok = graphOk = true;
 }
 
 }  // namespace zelk
