@@ -4,6 +4,8 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
+#include <type_traits>
 
 namespace zelk::blocks {
 namespace {
