@@ -34,7 +34,7 @@ class StockBlock : public Block {
   int Refuse(const char* function, const std::string& why) const;
 
   const FrameBuffer& In(std::size_t index = 0) const { return *inEps[index].FB(); }
-  FrameBuffer& Out(std::size_t index = 0) { return *outEps[index].FB(); }
+  FrameBuffer& Out(std::size_t index = 0) const { return *outEps[index].FB(); }
 
   /// Makes room for `samples` in output `index`; false, after an E record, when there is none.
   bool MakeRoom(long samples, std::size_t index = 0);
