@@ -1,0 +1,109 @@
+// filesrc PATH: a source that reads a sound file (WAV, FLAC, OGG, MP3 and what else libsndfile
+// knows).
+//
+// Its link must have the file's rate and channels, and may have any sample format. A route that was
+// stopped goes on where it was; after the end of the file it starts again from the beginning.
+#include "common/Arguments.h"
+#include "common/Log.h"
+#include "common/SampleClock.h"
+#include "common/Samples.h"
+#include "common/SoundFile.h"
+#include "common/StockBlock.h"
+
+namespace {
+
+using namespace zelk;
+using namespace zelk::blocks;
+
+constexpr char LOG_TAG[] = "blocks/filesrc";
+
+class FileSource final : public StockBlock {
+ public:
+  FileSource(bool first, bool last, std::string filePath, SoundFile opened, const SF_INFO& about)
+      : StockBlock(LOG_TAG, first, last, 0, 1),
+        path(std::move(filePath)),
+        file(std::move(opened)),
+        info(about) {
+    clock.Start(0);
+  }
+
+  int Start() override {
+    if (atEnd) {
+      if (sf_seek(file.get(), 0, SEEK_SET) != 0)
+        return Refuse(__func__, path + " cannot be read again from its beginning");
+      clock.Start(0);
+      atEnd = false;
+    }
+    return StockBlock::Start();
+  }
+
+  long ProcessFrame() override {
+    if (auto answer = end.SourceAnswer()) return *answer;
+    const long wanted = Out().samplesPerFrame;
+    const long samples = Read(wanted);
+    if (sf_error(file.get()) != SF_ERR_NO_ERROR)
+      return Refuse(__func__, path + ": " + sf_strerror(file.get()));
+    const long long time = clock.Now(Out().rate);
+    clock.Advance(samples);
+    // A file's header may promise more than there is.
+    atEnd = samples < wanted || clock.Samples() >= info.frames;
+    if (clock.Samples() == 0)
+      LOG_W("%s: %s: %s holds no samples", routeName.c_str(), name.c_str(), path.c_str());
+    return end.Send(samples, time, atEnd);
+  }
+
+ protected:
+  int CheckOutput(std::size_t) override {
+    if (Out().rate == static_cast<unsigned int>(info.samplerate) &&
+        Out().channels == static_cast<unsigned int>(info.channels))
+      return 0;
+    return Refuse("OnOutEpLinked", path + " is " + std::to_string(info.samplerate) + " Hz with " +
+                                       std::to_string(info.channels) + " channels, the link " +
+                                       Describe(Out()));
+  }
+
+ private:
+  /// Reads up to `wanted` samples into the output; how many. Straight where libsndfile can deliver
+  /// the link's format without rounding, else through double, which holds every sample exactly.
+  long Read(long wanted) {
+    unsigned char* const data = Out().data;
+    SNDFILE* const f = file.get();
+    if (Out().format == FLOAT_NATIVE)
+      return static_cast<long>(sf_readf_float(f, reinterpret_cast<float*>(data), wanted));
+    if (Out().format == S32_NATIVE && HoldsIntegers(info))
+      return static_cast<long>(sf_readf_int(f, reinterpret_cast<int*>(data), wanted));
+    if (Out().format == S16_NATIVE && (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16)
+      return static_cast<long>(sf_readf_short(f, reinterpret_cast<short*>(data), wanted));
+    const std::size_t channels = Out().channels;
+    if (scratch.size() < static_cast<std::size_t>(wanted) * channels)
+      scratch.resize(static_cast<std::size_t>(wanted) * channels);
+    const auto got = sf_readf_double(f, scratch.data(), wanted);
+    Encode(Out().format, scratch.data(), data, static_cast<std::size_t>(got) * channels);
+    return static_cast<long>(got);
+  }
+
+  const std::string path;
+  const SoundFile file;
+  const SF_INFO info;
+  SampleClock clock;
+  bool atEnd = false;
+  std::vector<double> scratch;
+};
+
+}  // namespace
+
+ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<std::string>& args) {
+  const auto path = args.size() == 1 ? PathFromWord(args[0]) : std::nullopt;
+  if (!path) {
+    LOG_E("filesrc takes one PATH or file: URL, got %zu words%s%s", args.size(),
+          args.empty() ? "" : ", first ", args.empty() ? "" : args[0].c_str());
+    return nullptr;
+  }
+  SF_INFO info = {};
+  SoundFile file(sf_open(path->c_str(), SFM_READ, &info));
+  if (!file) {
+    LOG_E("%s cannot be read: %s", path->c_str(), sf_strerror(nullptr));
+    return nullptr;
+  }
+  return new FileSource(first, last, *path, std::move(file), info);
+}
