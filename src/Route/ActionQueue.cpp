@@ -50,16 +50,21 @@ RouteImpl::RouteImpl(const std::string& name_, Route::Callbacks* callbacks_,
       dumpPath(dumpPath_),
       view(std::make_shared<RouteView>(name_)),
       callbacks(callbacks_) {
+  for (int i = 0; i < 3; ++i)
+    farewell.push_back(std::make_shared<ActionPlus>());
   thread = StartThread(MainThread, this);
 }
 
 RouteImpl::~RouteImpl() {
-  Route::Action action;
-  action.type = STOP;
-  action.stop.ret = -20;
-  RouteImpl::ExecuteActions(&action, 1);
-  DeleteAll();
-  Exit();
+  for (const ActionType type : {STOP, DELETE_ALL, EXIT}) {
+    Route::Action action;
+    action.type = type;
+    if (type != EXIT) action.stop.ret = -20;
+    std::list<std::shared_ptr<ActionPlus>> batch;
+    batch.splice(batch.end(), farewell, farewell.begin());
+    batch.front()->action = &action;
+    SubmitBatch(batch);
+  }
   if (thread) thread->join();
   for (void* handle : handles)
     dlclose(handle);
@@ -74,9 +79,6 @@ void RouteImpl::Submit(Route::Action* actions, unsigned long count, NamedObjects
                 name.c_str(), ActionName(actions[0].type));
     return;
   }
-  std::condition_variable finished;
-  bool executed = false;
-
   // Built first, so that the route thread is held up for a splice only.
   std::list<std::shared_ptr<ActionPlus>> batch;
   try {
@@ -89,6 +91,12 @@ void RouteImpl::Submit(Route::Action* actions, unsigned long count, NamedObjects
     ZELK_LOG_AS('E', "ExecuteActions", "%s: Out of memory, nothing executed", name.c_str());
     return;
   }
+  SubmitBatch(batch);
+}
+
+void RouteImpl::SubmitBatch(std::list<std::shared_ptr<ActionPlus>>& batch) {
+  std::condition_variable finished;
+  bool executed = false;
   batch.back()->cond = &finished;
   batch.back()->executed = &executed;
 

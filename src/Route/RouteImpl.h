@@ -82,6 +82,7 @@ class RouteImpl final : public Route {
 
   void Submit(Route::Action* actions, unsigned long count, NamedObjects* names)
       ZELK_EXCLUDES(mutex);
+  void SubmitBatch(std::list<std::shared_ptr<ActionPlus>>& batch) ZELK_EXCLUDES(mutex);
 
   // The queue (ActionQueue.cpp). [route-thread & mutex held]
   void ProcessActions() ZELK_REQUIRES(mutex);
@@ -152,7 +153,9 @@ class RouteImpl final : public Route {
   // Written by the route thread, read anywhere: status, okFrames, errorFrames, the graph's view.
   const std::shared_ptr<RouteView> view;
 
-  // Set at the end of construction.
+  // Set at the end of construction. The entries of the destructor's own actions are made there: a
+  // route must be able to end when memory is short.
+  std::list<std::shared_ptr<ActionPlus>> farewell;
   std::shared_ptr<std::thread> thread;
 
   Mutex mutex;
