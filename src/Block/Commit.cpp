@@ -1,7 +1,6 @@
 // The commit of a frame: descriptors travel across the links, samples stay where they are.
 #include <zelk/Block.h>
 
-#include <algorithm>
 #include <bit>
 
 #include "Boundary.h"
@@ -62,13 +61,10 @@ void Block::AppendToDump(OutputEndpoint& ep) {
       return;
     }
   }
-  if (ep.fb.validSamples < 1) return;
   // The descriptor may claim more than the link holds; only what is there is written.
-  const std::size_t item = ep.fb.channels * BytesPerSample(ep.fb.format);
-  if (item == 0) return;
-  const std::size_t inside = ep.link->BytesInside(ep.fb.data, static_cast<std::size_t>(-1));
-  const std::size_t items = std::min(static_cast<std::size_t>(ep.fb.validSamples), inside / item);
-  std::fwrite(ep.fb.data, item, items, file);
+  const std::size_t samples = ep.link->SamplesInside(ep.fb);
+  if (samples == 0) return;
+  std::fwrite(ep.fb.data, ep.fb.channels * BytesPerSample(ep.fb.format), samples, file);
 }
 
 void Block::CloseDump() {

@@ -6,6 +6,11 @@
 
 namespace zelk {
 
+long Endpoint::Available() const noexcept {
+  if (link == nullptr || fb.validSamples <= 0) return 0;
+  return static_cast<long>(link->SamplesInside(fb));
+}
+
 void OutputEndpoint::Resize(long samples) {
   if (link != nullptr) link->Reallocate(samples);
 }

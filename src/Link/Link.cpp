@@ -180,6 +180,13 @@ bool Link::Reallocate(long samples, const void* src, std::size_t bytes) {
   return true;
 }
 
+std::size_t Link::SamplesInside(const FrameBuffer& fb) const noexcept {
+  const std::size_t bytes = fb.channels * BytesPerSample(fb.format);
+  if (bytes == 0 || fb.validSamples <= 0) return 0;
+  return std::min(static_cast<std::size_t>(fb.validSamples),
+                  BytesInside(fb.data, buffer.size()) / bytes);
+}
+
 std::size_t Link::BytesInside(const unsigned char* data, std::size_t wanted) const noexcept {
   // std::less orders pointers that do not belong together.
   const std::less<const unsigned char*> before;

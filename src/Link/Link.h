@@ -38,6 +38,9 @@ class Link {
   /// Publishes both ends' descriptors to the console.
   void Publish() noexcept;
 
+  /// How many of the valid samples of a descriptor lie in this link's buffer; 0 for none.
+  std::size_t SamplesInside(const FrameBuffer& fb) const noexcept;
+
   /// How many of `wanted` bytes from `data` on lie in this link's buffer.
   std::size_t BytesInside(const unsigned char* data, std::size_t wanted) const noexcept;
 
