@@ -43,7 +43,7 @@ RingBuffer::RingBuffer(unsigned int rate, unsigned long elementBytes, long capac
     : elementSize(elementBytes),
       slots(SlotsFor(capacity, elementBytes)),
       prefill(std::clamp(initialFill, 0L, capacity)),
-      sampleTimes(rate, static_cast<std::size_t>(slots)) {
+      times(rate, static_cast<std::size_t>(slots)) {
   Reset();
 }
 
@@ -104,10 +104,11 @@ void RingBuffer::Put_l(const unsigned char* src, long count, long long& timestam
   while (count > 0) {
     const long n = std::min(count, slots - writeIndex);
     if (elementSize > 0) std::memcpy(data.data() + Bytes(writeIndex), src, Bytes(n));
-    if (sampleTimes.Kept()) {
-      timestamp =
-          sampleTimes.Fill(times.data() + writeIndex, static_cast<std::size_t>(n), timestamp);
+    if (times.Kept()) {
+      times.Begin(elementsPut, timestamp);
+      timestamp = times.Advance(timestamp, static_cast<std::uint64_t>(n));
     }
+    elementsPut += static_cast<std::uint64_t>(n);
     src += Bytes(n);
     count -= n;
     writeIndex = n == slots - writeIndex ? 0 : writeIndex + n;
@@ -134,8 +135,8 @@ long RingBuffer::Read(unsigned char* dst, long count, bool block, long long* tim
   while (read < count) {
     if (block && !Await_l(lock, dataAvailable, &RingBuffer::Count_l)) return FAILED;
     const long n = std::min(count - read, Count_l());
-    if (read == 0 && n > 0 && timestamp != nullptr && sampleTimes.Kept()) {
-      *timestamp = times[static_cast<std::size_t>(readIndex)];
+    if (read == 0 && n > 0 && timestamp != nullptr && times.Kept()) {
+      *timestamp = TimeOfNext_l();
     }
     Take_l(dst + Bytes(read), n);
     read += n;
@@ -143,6 +144,12 @@ long RingBuffer::Read(unsigned char* dst, long count, bool block, long long* tim
   }
   spaceAvailable.notify_one();
   return read;
+}
+
+// The silence that the ring began with never got a time.
+long long RingBuffer::TimeOfNext_l() {
+  const std::uint64_t position = elementsPut - static_cast<std::uint64_t>(Count_l());
+  return position < static_cast<std::uint64_t>(prefill) ? -1 : times.At(position);
 }
 
 void RingBuffer::Take_l(unsigned char* dst, long count) {
@@ -177,12 +184,13 @@ void RingBuffer::Reset() {
   Reset_l();
 }
 
-// Allocates at construction only: later the arrays have their size already.
+// Allocates at construction only: later the array has its size already.
 void RingBuffer::Reset_l() {
   readIndex = 0;
   writeIndex = prefill;
   data.assign(Bytes(slots), 0);
-  if (sampleTimes.Kept()) times.assign(static_cast<std::size_t>(slots), -1);
+  times.Clear();
+  elementsPut = static_cast<std::uint64_t>(prefill);
 }
 
 RingBuffer::Level RingBuffer::CurrentLevel() const {

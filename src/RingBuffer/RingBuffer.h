@@ -4,11 +4,13 @@
 #include <zelk/FIFO.h>
 
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <mutex>
 #include <vector>
 
 #include "Mutex.h"
-#include "RingBuffer/SampleTimes.h"
+#include "RingBuffer/TimeRuns.h"
 
 namespace zelk {
 
@@ -75,6 +77,7 @@ class RingBuffer : public FIFO {
                Available available) ZELK_REQUIRES(mutex);
   long Free_l() const ZELK_REQUIRES(mutex);
   void Put_l(const unsigned char* src, long count, long long& timestamp) ZELK_REQUIRES(mutex);
+  long long TimeOfNext_l() ZELK_REQUIRES(mutex);
   void Take_l(unsigned char* dst, long count) ZELK_REQUIRES(mutex);
   std::size_t Bytes(long elements) const;
 
@@ -82,11 +85,11 @@ class RingBuffer : public FIFO {
   const unsigned long elementSize;
   const long slots;  // the capacity and the one that stays empty
   const long prefill;
-  const SampleTimes sampleTimes;
 
   // Guarded by the mutex.
   std::vector<unsigned char> data ZELK_GUARDED_BY(mutex);
-  std::vector<long long> times ZELK_GUARDED_BY(mutex);  // per slot, -1 before its first element
+  TimeRuns times ZELK_GUARDED_BY(mutex);
+  std::uint64_t elementsPut ZELK_GUARDED_BY(mutex) = 0;  // since the last reset, with the prefill
   long readIndex ZELK_GUARDED_BY(mutex) = 0;
   long writeIndex ZELK_GUARDED_BY(mutex) = 0;
   bool shutDown ZELK_GUARDED_BY(mutex) = false;
