@@ -82,6 +82,8 @@ void RouteImpl::AddBlock(Block* block) {
     blocks.insert(block);
     if (block->isFirst) firstBlocks.insert(block);
     if (block->isLast) lastBlocks.insert(block);
+    block->startCheck = &startCheck;
+    startCheck = true;
     GraphEdited(block);
     // A wave holds every block at most once: frames never allocate.
     for (std::vector<Block*>* wave : {&current, &next, &done})
