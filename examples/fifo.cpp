@@ -47,6 +47,15 @@ long Receive(zelk::FIFO& from) {
   return good;
 }
 
+// A route that fails will never fill the FIFO again.
+struct Watcher : zelk::Route::Callbacks {
+  explicit Watcher(zelk::FIFO& fifo) : out(fifo) {}
+  void OnStopped(zelk::Route::StopReason reason) override {
+    if (reason == zelk::Route::FAILURE) out.Shutdown();
+  }
+  zelk::FIFO& out;
+};
+
 bool Build(zelk::Route& route, zelk::FIFO& in, zelk::FIFO& out) {
   zelk::Block* source = route.NewBlock("fifosrc.so", true, false, {"block"});
   zelk::Block* gain = route.NewBlock("gain.so", false, false, {"-6.0206"});
@@ -69,7 +78,8 @@ int main() {
   zelk::Zelk* zelk = zelk::Zelk::Instance();
   zelk::FIFO* in = zelk->NewFIFO(RATE, sizeof(float), CAPACITY, 0);
   zelk::FIFO* out = zelk->NewFIFO(RATE, sizeof(float), CAPACITY, 0);
-  zelk::Route* route = zelk->NewRoute("RouteA", nullptr);
+  Watcher watcher(*out);
+  zelk::Route* route = zelk->NewRoute("RouteA", &watcher);
 
   long good = 0;
   if (Build(*route, *in, *out)) {
