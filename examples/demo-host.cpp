@@ -51,6 +51,7 @@ class Voice : public zelk::Route::Callbacks {
 
   void OnStopped(zelk::Route::StopReason why) override {
     reason = why;
+    endTime = std::chrono::steady_clock::now();
     ended = true;
   }
 
@@ -66,9 +67,10 @@ class Voice : public zelk::Route::Callbacks {
   const std::string in, out;
   float peak = 0;
   std::atomic<bool> ended{false};
+  std::chrono::steady_clock::time_point endTime;  // once ended
 
  private:
-  long FrameSize() const { return rate / 100; }
+  long FrameSize() const { return std::max(1, rate / 100); }
 
   int rate = 1;
   sf_count_t samples = 1;  // per channel
@@ -124,7 +126,8 @@ bool Voice::Check() {
     if (sf_readf_float(after.handle, y.data(), n) != n) return false;
     for (std::size_t i = 0; i < static_cast<std::size_t>(n * after.info.channels); ++i) {
       peak = std::max(peak, std::abs(y[i]));
-      if (std::abs(y[i] - x[i] * gain) <= step / 2 + 1e-6) continue;
+      const double right = std::clamp(x[i] * gain, -1.0, 1 - step);
+      if (std::abs(y[i] - right) <= step / 2 + 1e-6) continue;
       std::fprintf(stderr, "%s: wrong after sample %lld: %g became %g\n", out.c_str(),
                    static_cast<long long>(at), static_cast<double>(x[i]),
                    static_cast<double>(y[i]));
@@ -159,27 +162,10 @@ void Wait(const std::vector<std::unique_ptr<Voice>>& voices) {
   }
 }
 
-int Run(const std::filesystem::path& folder, const std::vector<std::string>& files) {
-  std::vector<std::unique_ptr<Voice>> voices;
-  std::set<std::string> taken;
-  for (const auto& file : files) {
-    const std::string plain = (folder / std::filesystem::path(file).stem()).string();
-    std::string out = plain + ".wav";
-    for (int i = 2; !taken.insert(out).second; ++i)
-      out = plain + "-" + std::to_string(i) + ".wav";
-    voices.push_back(std::make_unique<Voice>(voices.size(), file, out));
-  }
-
-  const auto start = std::chrono::steady_clock::now();
-  const bool started =
-      std::all_of(voices.begin(), voices.end(), [](auto& v) { return v->Start(); });
-  if (started) Wait(voices);
-  // A deleted route has closed its file; one that did not start must go before its voice.
-  for (const auto& voice : voices)
-    zelk::Zelk::Instance()->DeleteRoute(voice->route);
-  if (!started) return 1;
-  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-
+/// Prints what a person wants to know; whether everything is as it should be.
+bool Report(const std::vector<std::unique_ptr<Voice>>& voices,
+            std::chrono::steady_clock::time_point start) {
+  std::chrono::duration<double> elapsed{0};
   double seconds = 0;
   float peak = 0;
   unsigned long long ok = 0, errors = 0;
@@ -191,6 +177,7 @@ int Run(const std::filesystem::path& folder, const std::vector<std::string>& fil
                 voice->out.c_str(), voice->Seconds(), count.ok.load(), count.errors.load(),
                 Decibels(voice->peak), exact ? "every sample right" : "WRONG");
     seconds += voice->Seconds();
+    elapsed = std::max(elapsed, std::chrono::duration<double>(voice->endTime - start));
     peak = std::max(peak, voice->peak);
     ok += count.ok;
     errors += count.errors;
@@ -202,7 +189,26 @@ int Run(const std::filesystem::path& folder, const std::vector<std::string>& fil
       "%zu of %zu files hold their input's samples at %g dB, to the last bit's rounding\n",
       voices.size(), seconds, elapsed.count(), seconds / elapsed.count(), ok, errors,
       Decibels(peak), good, voices.size(), GAIN_DB);
-  return good == voices.size() && errors == 0 ? 0 : 1;
+  return good == voices.size() && errors == 0;
+}
+
+bool Run(const std::filesystem::path& folder, const std::vector<std::string>& files) {
+  std::vector<std::unique_ptr<Voice>> voices;
+  std::set<std::string> taken;
+  for (const auto& file : files) {
+    const std::string plain = (folder / std::filesystem::path(file).stem()).string();
+    std::string out = plain + ".wav";
+    for (int i = 2; !taken.insert(out).second; ++i)
+      out = plain + "-" + std::to_string(i) + ".wav";
+    voices.push_back(std::make_unique<Voice>(voices.size(), file, out));
+  }
+  const auto start = std::chrono::steady_clock::now();
+  const bool started =
+      std::all_of(voices.begin(), voices.end(), [](auto& voice) { return voice->Start(); });
+  if (started) Wait(voices);
+  for (const auto& voice : voices)
+    zelk::Zelk::Instance()->DeleteRoute(voice->route);
+  return started && Report(voices, start);
 }
 
 }  // namespace
@@ -234,5 +240,5 @@ int main(int argc, char** argv) {
   if (argc < 3 || argc > static_cast<int>(MAX_ROUTES) + 2)
     return std::fputs("usage: demo-host OUT-FOLDER FILE... (up to 26)\n", stderr), 2;
   std::filesystem::create_directories(argv[1]);
-  return Run(argv[1], {argv + 2, argv + argc});
+  return Run(argv[1], {argv + 2, argv + argc}) ? 0 : 1;
 }
