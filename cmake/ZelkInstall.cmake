@@ -17,35 +17,14 @@ install(TARGETS ${ZELK_LIBRARIES} EXPORT zelkTargets
   INCLUDES DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
 install(EXPORT zelkTargets NAMESPACE zelk:: DESTINATION "${ZELK_PACKAGE_DIR}")
 
-# Collects the targets of one type that `folder` and the folders below it define.
-function(zelk_targets_of folder type result)
-  get_property(targets DIRECTORY "${folder}" PROPERTY BUILDSYSTEM_TARGETS)
-  set(found)
-  foreach(target IN LISTS targets)
-    get_target_property(target_type ${target} TYPE)
-    if(target_type STREQUAL type)
-      list(APPEND found ${target})
-    endif()
-  endforeach()
-  get_property(below DIRECTORY "${folder}" PROPERTY SUBDIRECTORIES)
-  foreach(subfolder IN LISTS below)
-    zelk_targets_of("${subfolder}" ${type} more)
-    list(APPEND found ${more})
-  endforeach()
-  set(${result} ${found} PARENT_SCOPE)
-endfunction()
-
-zelk_targets_of("${PROJECT_SOURCE_DIR}/blocks" MODULE_LIBRARY blocks)
-if(blocks)
-  install(TARGETS ${blocks} LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/zelk")
-endif()
-
-zelk_targets_of("${PROJECT_SOURCE_DIR}/tools" EXECUTABLE tools)
-if(tools)
-  file(RELATIVE_PATH to_libraries "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
-  set_target_properties(${tools} PROPERTIES INSTALL_RPATH "${ZELK_ORIGIN}/${to_libraries}")
-  install(TARGETS ${tools} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
-endif()
+# The plug-ins among the targets of blocks/; the tools install themselves.
+get_property(targets DIRECTORY "${PROJECT_SOURCE_DIR}/blocks" PROPERTY BUILDSYSTEM_TARGETS)
+foreach(target IN LISTS targets)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "MODULE_LIBRARY")
+    install(TARGETS ${target} LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}/zelk")
+  endif()
+endforeach()
 
 configure_package_config_file(cmake/zelkConfig.cmake.in "${PROJECT_BINARY_DIR}/zelkConfig.cmake"
   INSTALL_DESTINATION "${ZELK_PACKAGE_DIR}"
