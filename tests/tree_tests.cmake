@@ -1,0 +1,15 @@
+# What the documents show, what is installed, and the demo.
+add_test(NAME readme COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/readme_test.sh ${PROJECT_SOURCE_DIR})
+if(TARGET filesrc AND TARGET gain AND TARGET filesink)
+  add_test(NAME installed COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
+    ${CMAKE_CURRENT_SOURCE_DIR}/installed_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}
+    ${CMAKE_CXX_COMPILER} "${CMAKE_CXX_FLAGS}")
+  set_tests_properties(installed PROPERTIES TIMEOUT 300)
+endif()
+
+# Nine routes at once, and each sample of theirs looked at.
+file(GLOB voices /usr/share/sounds/alsa/*.wav)
+if(TARGET demo-host AND TARGET filesrc AND voices)
+  add_test(NAME demo COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
+    $<TARGET_FILE:demo-host> ${CMAKE_CURRENT_BINARY_DIR}/demo-out ${voices})
+endif()
