@@ -21,10 +21,12 @@ for document in *.md docs/*.md docs/*/*.md; do
       shown=$((shown + 1)) inside= file=
     elif [ -n "$inside" ]; then
       printf '%s\n' "$line" >>"$block"
+    elif [[ $line == '#'* ]]; then
+      file=
     elif [[ $line =~ ^'```'(cpp|cmake)$ && -n $file ]]; then
       inside=1
       : >"$block"
-    elif [[ $line =~ \]\((examples/[^\)]*\.(cpp|txt))\) ]]; then
+    elif [[ $line =~ \]\(((\.\./)*examples/[^\)]*\.(cpp|txt))\) ]]; then
       file=${BASH_REMATCH[1]}
     fi
   done <"$document"
