@@ -41,14 +41,17 @@ inline void WriteWav(const std::string& path, const std::vector<short>& samples,
   sf_close(file);
 }
 
-/// All samples as 32 bit integers (16 bit ones in the upper half), and what the file is.
+/// All samples, full scale as 32 bit integers, and what the file is.
 inline std::vector<int> ReadWav(const std::string& path, SF_INFO& info) {
   info = {};
   SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
   if (file == nullptr) return {-1};
-  std::vector<int> samples(static_cast<std::size_t>(info.frames * info.channels));
-  sf_read_int(file, samples.data(), static_cast<sf_count_t>(samples.size()));
+  std::vector<double> read(static_cast<std::size_t>(info.frames * info.channels));
+  sf_read_double(file, read.data(), static_cast<sf_count_t>(read.size()));
   sf_close(file);
+  std::vector<int> samples;
+  for (const double sample : read)
+    samples.push_back(static_cast<int>(sample * 2147483648.0));
   return samples;
 }
 

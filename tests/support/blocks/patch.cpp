@@ -1,5 +1,5 @@
-// patch [naive]: every output gets the mono inputs side by side, one channel each. With one input
-// it is a tee, with one output a join.
+// patch [naive]: every output gets the channels of all inputs side by side. With one input it is a
+// tee, with one output a join.
 //
 // "naive" makes it a block that never heard of the end of input: one input to one output or none,
 // waiting for samples for as long as it takes.
@@ -35,12 +35,15 @@ class Patch final : public StockBlock {
   void Mix(const FrameBuffer& out, long samples) const {
     const std::size_t bytes = BytesPerSample(out.format);
     std::memset(out.data, 0, static_cast<std::size_t>(samples) * out.channels * bytes);
+    std::size_t column = 0;
     for (const auto& [index, in] : ActiveInEps()) {
+      const std::size_t width = in->FB()->channels * bytes;
       for (long i = 0; i < in->FB()->validSamples; ++i) {
         const std::size_t at = static_cast<std::size_t>(i);
-        std::memcpy(out.data + (at * out.channels + index) * bytes, in->FB()->data + at * bytes,
-                    bytes);
+        std::memcpy(out.data + at * out.channels * bytes + column, in->FB()->data + at * width,
+                    width);
       }
+      column += width;
     }
   }
 };
