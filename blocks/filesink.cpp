@@ -36,7 +36,7 @@ class FileSink final : public StockBlock {
   long ProcessFrame() override {
     if (auto answer = end.Answer()) return *answer;
     if (!file && Open() < 0) return -20;
-    const long samples = In().validSamples;
+    const long samples = Available();
     if (Write(samples) != samples)
       return Refuse(__func__, path + " cannot be written: " + sf_strerror(file.get()));
     written = !end.InputIsLast();

@@ -21,7 +21,7 @@ class Patch final : public StockBlock {
     if (auto answer = end.Answer()) return *answer;
     long samples = 0;
     for (const auto& [index, ep] : ActiveInEps()) {
-      samples = std::max(samples, ep->FB()->validSamples);
+      samples = std::max(samples, ep->Available());
     }
     for (const auto& [index, out] : ActiveOutEps())
       Mix(*out->FB(), samples);
