@@ -78,6 +78,12 @@ class StockBlocks : public testing::Test, protected Route::Callbacks {
     heard.wait(lock, [this] { return reason >= 0; });
     return std::exchange(reason, -1);
   }
+  /// Each request is served between two frames, so that some frames pass.
+  void LetFramesPass(Block* block) {
+    Words words;
+    for (int i = 0; i < 10; ++i)
+      route->GetParameter(block, 1, words);
+  }
   int RunChain(const std::vector<Words>& chain, std::vector<SampleFormat> formats,
                unsigned int channels = 1, long frame = 480) {
     Chain(chain, std::move(formats), channels, frame);
@@ -172,14 +178,14 @@ TEST_F(StockBlocks, AFadeOutIsAStraightLineThatEndsTheRouteWithItsLastSample) {
 }
 
 TEST_F(StockBlocks, AChangeOfGainIsARamp) {
-  const auto chain = Chain(
-      {{"siggen", "impulse", "48000", "0", "2"}, {"gain"}, {"filesink", directory / "out.wav"}},
-      {FLOAT_LE, S16_LE});
+  const auto chain =
+      Chain({{"siggen", "impulse", "48000", "0"}, {"gain"}, {"filesink", directory / "out.wav"}},
+            {FLOAT_LE, S16_LE});
   ASSERT_EQ(0, route->Start());
   ASSERT_EQ(0, route->SetParameter(chain[1], 1, {"-120"}));
-  WaitForStop();
+  LetFramesPass(chain[1]);
+  ASSERT_EQ(0, route->Stop());
   const auto out = test::ReadShorts(directory / "out.wav");
-  ASSERT_EQ(96000U, out.size());
   EXPECT_EQ(0, out.back());
   for (std::size_t i = 1; i < out.size(); ++i)
     ASSERT_LE(std::abs(out[i] - out[i - 1]), 35) << i;
@@ -288,12 +294,9 @@ TEST_F(StockBlocks, AFileBeginsAnewAfterItsEndAndGoesOnAfterAStop) {
   }
   route->DeleteAll();
 
-  // Each request is served between two frames, so that some frames pass.
   const auto runAWhile = [this](Block* source) {
     ASSERT_EQ(0, route->Start());
-    Words words;
-    for (int i = 0; i < 3; ++i)
-      route->GetParameter(source, 1, words);
+    LetFramesPass(source);
     ASSERT_EQ(0, route->Stop());
     WaitForStop();
   };
