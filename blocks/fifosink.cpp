@@ -37,7 +37,7 @@ class FifoSink final : public StockBlock {
     if (auto answer = end.Answer()) return *answer;
     FIFO* const to = fifo;
     if (!to) return Refuse(__func__, "no FIFO is bound");
-    if (to->Consume(In().data, In().validSamples, block, TimeOf(In().timestamp)) < 0)
+    if (to->Consume(In().data, Available(), block, TimeOf(In().timestamp)) < 0)
       return Refuse(__func__, "the FIFO " + to->Name() + " is shut down");
     end.Take();
     return 0;

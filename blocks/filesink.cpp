@@ -10,10 +10,6 @@
 #include "common/SoundFile.h"
 #include "common/StockBlock.h"
 
-#include <algorithm>
-#include <cctype>
-#include <map>
-
 namespace {
 
 using namespace zelk;
@@ -40,7 +36,7 @@ class FileSink final : public StockBlock {
   long ProcessFrame() override {
     if (auto answer = end.Answer()) return *answer;
     if (!file && Open() < 0) return -20;
-    const long samples = In().validSamples;
+    const long samples = Available();
     if (Write(samples) != samples)
       return Refuse(__func__, path + " cannot be written: " + sf_strerror(file.get()));
     written = !end.InputIsLast();
@@ -127,29 +123,12 @@ class FileSink final : public StockBlock {
   std::vector<int> wide;
 };
 
-/// The libsndfile format of a format word; without one, of the path's extension. 0 for none.
-int FileFormat(const std::string& path, const std::string& word) {
-  static const std::map<std::string, int> WORDS = {{"wav16", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
-                                                   {"wav24", SF_FORMAT_WAV | SF_FORMAT_PCM_24},
-                                                   {"wavf", SF_FORMAT_WAV | SF_FORMAT_FLOAT},
-                                                   {"flac", SF_FORMAT_FLAC}};
-  std::string key = word;
-  if (word.empty()) {
-    std::string tail = path.substr(path.size() < 5 ? 0 : path.size() - 5);
-    std::transform(tail.begin(), tail.end(), tail.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    key = tail == ".flac" ? "flac" : "wav16";
-  }
-  const auto found = WORDS.find(key);
-  return found == WORDS.end() ? 0 : found->second;
-}
-
 }  // namespace
 
 ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<std::string>& args) {
   const bool fits = args.size() == 1 || args.size() == 2;
   const auto path = fits ? PathFromWord(args[0]) : std::nullopt;
-  const int format = path ? FileFormat(*path, args.size() > 1 ? args[1] : "") : 0;
+  const int format = path ? SoundFileFormat(*path, args.size() > 1 ? args[1] : "") : 0;
   if (!format) {
     LOG_E("filesink takes PATH or a file: URL, then wav16, wav24, wavf or flac; got %zu words%s%s",
           args.size(), args.empty() ? "" : ", last ", args.empty() ? "" : args.back().c_str());

@@ -41,7 +41,7 @@ class Gain final : public StockBlock {
     if (faded) return FRAME_FADED_OUT;
     if (auto answer = end.Answer()) return *answer;
 
-    long samples = In().validSamples;
+    long samples = Available();
     if (fading) samples = static_cast<long>(std::min<long long>(samples, level.Left()));
     if (!MakeRoom(samples)) return -20;
     const long long time = TimeOf(In().timestamp);

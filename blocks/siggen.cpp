@@ -1,7 +1,7 @@
 // siggen sine|noise|impulse|silence [HZ [DBFS [SECONDS]]]: a source of test signals.
 //
-// HZ is the sine's frequency (440 unless given) or the impulses per second (1). DBFS is the peak
-// level (-20). Without SECONDS, or with 0, it never ends. All channels carry the same signal.
+// HZ is the sine's frequency (440 unless given) or the impulses per second (1); DBFS is the peak
+// level (-20). Without SECONDS, or with 0, it never ends. All channels carry the same.
 #include "common/Arguments.h"
 #include "common/Level.h"
 #include "common/Log.h"
@@ -45,7 +45,11 @@ class Siggen final : public StockBlock {
     parameters.Add({1, "frequency", "Hz", 0, MAX_HZ, settings.hz, [this] { return hz; },
                     [this](double value) { return hz = value, 0; }});
     parameters.Add({2, "level", "dBFS", SILENT_DB, 0, settings.dbfs, [this] { return dbfs; },
-                    [this](double value) { return SetLevel(value); }});
+                    [this](double value) {
+                      level.MoveTo(DbToLinear(dbfs = value),
+                                   std::llround(RAMP_SECONDS * Out().rate));
+                      return 0;
+                    }});
   }
 
   /// Begins the signal anew after it came to its end; a route that was stopped goes on.
@@ -110,12 +114,6 @@ class Siggen final : public StockBlock {
     return static_cast<double>(static_cast<std::int64_t>(noise)) * 0x1p-63;
   }
 
-  int SetLevel(double value) {
-    dbfs = value;
-    level.MoveTo(DbToLinear(value), std::llround(RAMP_SECONDS * Out().rate));
-    return 0;
-  }
-
   const Settings settings;
   double hz;
   double dbfs;
@@ -137,23 +135,17 @@ ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<st
     LOG_E("siggen takes sine, noise, impulse or silence, then HZ, DBFS and SECONDS");
     return nullptr;
   }
+
   Settings settings{static_cast<Signal>(signal - SIGNALS), *signal == SIGNALS[2] ? 1.0 : 440.0};
-  struct {
-    const char* name;
-    double* value;
-    double min, max;
-  } const numbers[] = {{"HZ", &settings.hz, 0, MAX_HZ},
-                       {"DBFS", &settings.dbfs, SILENT_DB, 0},
-                       {"SECONDS", &settings.seconds, 0, MAX_SECONDS}};
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    const auto& number = numbers[i - 1];
-    const auto value = ParseNumber(args[i], number.min, number.max);
-    if (!value) {
-      LOG_E("%s is a number from %g to %g, not \"%s\"", number.name, number.min, number.max,
-            args[i].c_str());
-      return nullptr;
-    }
-    *number.value = *value;
-  }
+  const auto number = [&args](std::size_t i, const char* what, double min, double max, double& to) {
+    if (i >= args.size()) return true;
+    const auto value = ParseNumber(args[i], min, max);
+    to = value.value_or(to);
+    if (!value) LOG_E("%s is a number from %g to %g, not \"%s\"", what, min, max, args[i].c_str());
+    return value.has_value();
+  };
+  if (!number(1, "HZ", 0, MAX_HZ, settings.hz) || !number(2, "DBFS", SILENT_DB, 0, settings.dbfs) ||
+      !number(3, "SECONDS", 0, MAX_SECONDS, settings.seconds))
+    return nullptr;
   return new Siggen(first, last, settings);
 }

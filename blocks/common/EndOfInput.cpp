@@ -2,6 +2,8 @@
 
 #include "common/Log.h"
 
+#include <algorithm>
+
 namespace zelk::blocks {
 namespace {
 
@@ -32,13 +34,16 @@ void EndOfInput::Start() noexcept {
 std::optional<long> EndOfInput::SourceAnswer() {
   if (!OutputsEmpty()) return 0;
   if (!lastSent) return std::nullopt;
-  if (OutputsHeld()) return 0;
-  return FRAME_END_OF_FILE;
+  return Waiting(OutputsWait(), FRAME_END_OF_FILE);
 }
 
 std::optional<long> EndOfInput::Answer() {
   gaveUp = false;
-  if (!OutputsEmpty()) return 0;
+  if (!OutputsEmpty()) {
+    if (++pendings <= PATIENCE) return FRAME_PENDING;
+    pendings = 0;
+    return 0;
+  }
   bool frame = false;
   bool missing = false;
   for (const auto& [index, ep] : block.ActiveInEps()) {
@@ -49,14 +54,18 @@ std::optional<long> EndOfInput::Answer() {
   }
   if (!missing) {
     pendings = 0;
-    return frame ? std::nullopt : Hold();
+    if (frame) return std::nullopt;
+    const Wait wait = OutputsWait();
+    for (const auto& [index, ep] : block.ActiveInEps())
+      ep->FB()->timestamp = wait == Wait::NOTHING ? -1 : HELD;
+    return Waiting(wait, FRAME_DONE_WITHOUT_OUTPUT);
   }
   if (++pendings <= PATIENCE) return FRAME_PENDING;
   pendings = 0;
   gaveUp = true;
   // Left behind when somebody reset the block: nothing is held any more.
   for (const auto& [index, ep] : block.ActiveInEps())
-    if (!ended.test(index) && ep->FB()->timestamp == HELD) ep->FB()->timestamp = -1;
+    if (!ended.test(index) && ep->FB()->timestamp < -1) ep->FB()->timestamp = -1;
   return FRAME_DONE_WITHOUT_OUTPUT;
 }
 
@@ -69,12 +78,13 @@ bool EndOfInput::InputIsLast() const noexcept {
 }
 
 void EndOfInput::Take() noexcept {
-  const bool holds = !block.ActiveOutEps().empty();
+  const bool last = InputIsLast();
+  const long long held = block.ActiveOutEps().empty() ? -1 : last ? HELD : HELD_QUIETLY;
   for (const auto& [index, ep] : block.ActiveInEps()) {
     FrameBuffer& fb = *ep->FB();
     if (HasFrame(fb)) ended.set(index, IsLastMark(fb.timestamp));
     fb.validSamples = 0;
-    fb.timestamp = ended.test(index) && holds ? HELD : -1;
+    fb.timestamp = ended.test(index) ? held : -1;
   }
 }
 
@@ -101,31 +111,33 @@ bool EndOfInput::OutputsEmpty() const noexcept {
   return true;
 }
 
-bool EndOfInput::OutputsHeld() noexcept {
-  bool held = false;
+EndOfInput::Wait EndOfInput::OutputsWait() noexcept {
+  Wait wait = Wait::NOTHING;
   bool unaware = false;
   for (const auto& [index, ep] : block.ActiveOutEps()) {
     const long long timestamp = ep->FB()->timestamp;
     if (timestamp == HELD)
-      held = true;
+      wait = Wait::CALLING;
+    else if (timestamp == HELD_QUIETLY)
+      wait = std::max(wait, Wait::QUIETLY);
     else if (timestamp != -1)
       unaware = true;
   }
-  if (held && unaware) {
+  if (wait == Wait::CALLING && unaware) {
     // Calling the one that holds would also call the other with an empty input, and it might wait
     // for samples for ever.
     LOG_W(
         "A block behind one output knows nothing of the end of input: not waiting for the others");
-    return false;
+    return Wait::NOTHING;
   }
-  return held;
+  // The quiet one is called now and then all the same: its other inputs may have been unlinked.
+  if (wait == Wait::QUIETLY && !unaware && ++quietCalls % PATIENCE == 0) return Wait::CALLING;
+  return wait;
 }
 
-std::optional<long> EndOfInput::Hold() noexcept {
-  const bool held = OutputsHeld();
-  for (const auto& [index, ep] : block.ActiveInEps())
-    ep->FB()->timestamp = held ? HELD : -1;
-  return held ? 0 : FRAME_DONE_WITHOUT_OUTPUT;
+long EndOfInput::Waiting(Wait wait, long otherwise) noexcept {
+  if (wait == Wait::NOTHING) return otherwise;
+  return wait == Wait::CALLING ? 0 : FRAME_DONE_WITHOUT_OUTPUT;
 }
 
 }  // namespace zelk::blocks

@@ -14,7 +14,8 @@
 //   * A source whose last frame was taken and is not held answers FRAME_END_OF_FILE.
 //
 // A waiting block answers 0 with empty outputs, so that the blocks that hold it are called; only
-// what has marked its input HELD is ever called that way.
+// what has marked its input HELD is ever called that way. A join that still has a living input
+// marks HELD_QUIETLY: that input calls it, and a second call in a frame would find it waiting.
 #pragma once
 
 #include <zelk/Block.h>
@@ -27,21 +28,22 @@ namespace zelk::blocks {
 
 inline constexpr long long LAST_WITHOUT_TIME = LLONG_MIN;
 inline constexpr long long HELD = LLONG_MIN + 1;
+inline constexpr long long HELD_QUIETLY = LLONG_MIN + 2;
 
 /// Whether a time stamp marks the last frame of a stream. [any-thread]
 constexpr bool IsLastMark(long long timestamp) noexcept {
-  return timestamp <= -2 && timestamp != HELD;
+  return timestamp == LAST_WITHOUT_TIME || (timestamp <= -2 && timestamp > HELD_QUIETLY);
 }
 
 /// The time in a time stamp, marked or not; -1 for none.
 constexpr long long TimeOf(long long timestamp) noexcept {
   if (timestamp >= -1) return timestamp;
-  return timestamp == LAST_WITHOUT_TIME || timestamp == HELD ? -1 : -2 - timestamp;
+  return timestamp <= HELD_QUIETLY ? -1 : -2 - timestamp;
 }
 
 /// The time stamp of a last frame of time `time`.
 constexpr long long LastMark(long long time) noexcept {
-  return time < 0 || time >= LLONG_MAX - 2 ? LAST_WITHOUT_TIME : -2 - time;
+  return time < 0 || time > LLONG_MAX - 4 ? LAST_WITHOUT_TIME : -2 - time;
 }
 
 /// One block's part in this. Borrows the block, whose member it is. [route-thread, real-time safe]
@@ -62,8 +64,10 @@ class EndOfInput {
   /// are empty and every input holds a frame, an end without samples, or has ended before.
   ///
   /// While an input is missing the answer is FRAME_PENDING: any other would commit the block, and a
-  /// commit in the very wave in which a producer fills the missing frame can wipe that out. After
-  /// as many calls as no graph is deep it is FRAME_DONE_WITHOUT_OUTPUT, and `GaveUp()` is true.
+  /// commit in the very wave in which a producer fills the missing frame can wipe that out.
+  /// Likewise while an output is full: a commit beside its consumer's would hand it the frame
+  /// twice. After as many calls as no graph is deep the answer is FRAME_DONE_WITHOUT_OUTPUT, and
+  /// `GaveUp()` is true; or 0 for a full output, so that its consumer is called.
   std::optional<long> Answer();
 
   /// Whether the last `Answer()` gave up waiting. A join that keeps queues may then take what is
@@ -86,14 +90,17 @@ class EndOfInput {
 
  private:
   bool OutputsEmpty() const noexcept;
-  bool OutputsHeld() noexcept;
-  std::optional<long> Hold() noexcept;
+  /// What the consumers' marks ask for: nothing, to wait, or to wait and call them.
+  enum class Wait { NOTHING, QUIETLY, CALLING };
+  Wait OutputsWait() noexcept;
+  static long Waiting(Wait wait, long otherwise) noexcept;
 
   Block& block;
   std::bitset<MAX_EPS> ended;  // inputs whose last frame was taken
   bool lastSent = false;
   long long sentTime = -1;  // of the frame before; tells whether consumers answer in time stamps
   int pendings = 0;
+  int quietCalls = 0;
   bool gaveUp = false;
 };
 

@@ -34,6 +34,8 @@ class StockBlock : public Block {
   int Refuse(const char* function, const std::string& why) const;
 
   const FrameBuffer& In(std::size_t index = 0) const { return *inEps[index].FB(); }
+  /// Samples per channel to read from an input; fits its buffer whatever the producer claims.
+  long Available(std::size_t index = 0) const { return inEps[index].Available(); }
   FrameBuffer& Out(std::size_t index = 0) const { return *outEps[index].FB(); }
 
   /// Makes room for `samples` in output `index`; false, after an E record, when there is none.

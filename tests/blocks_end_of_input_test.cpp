@@ -1,0 +1,273 @@
+// Whatever the graph, every sample that goes in comes out, and nothing else does.
+#include "common/EndOfInput.h"
+#include "support/WavFiles.h"
+
+#include <gtest/gtest.h>
+#include <zelk/Zelk.h>
+
+#include <algorithm>
+#include <climits>
+#include <future>
+#include <map>
+#include <random>
+
+namespace {
+
+using namespace zelk;
+using test::Counting;
+using Shorts = std::vector<short>;
+
+TEST(LastMark, CarriesTheTimeAndIsNoTimeToOthers) {
+  EXPECT_EQ(-2, blocks::LastMark(0));
+  EXPECT_EQ(-12, blocks::LastMark(10));
+  EXPECT_EQ(LLONG_MIN, blocks::LastMark(-1));
+  for (const long long time : {-1LL, 0LL, 1LL, 1'000'000'000'000LL}) {
+    EXPECT_TRUE(blocks::IsLastMark(blocks::LastMark(time)));
+    EXPECT_EQ(time, blocks::TimeOf(blocks::LastMark(time)));
+    EXPECT_FALSE(blocks::IsLastMark(time));
+    EXPECT_EQ(time, blocks::TimeOf(time));
+  }
+  EXPECT_FALSE(blocks::IsLastMark(blocks::HELD));
+  EXPECT_EQ(LLONG_MIN, blocks::LastMark(LLONG_MAX - 3));
+}
+
+/// A route built of named blocks, in an order that the test chooses.
+class EndOfInput : public testing::Test, protected Route::Callbacks {
+ protected:
+  struct Node {
+    std::string file;
+    std::vector<std::string> args;
+    bool first = false;
+    bool last = false;
+  };
+  struct Join {
+    std::string from;
+    unsigned long out;
+    std::string to;
+    unsigned long in;
+    unsigned int channels = 1;
+  };
+
+  void SetUp() override {
+    route = Zelk::Instance()->NewRoute("RouteA", this);
+    ASSERT_NE(nullptr, route);
+  }
+  void TearDown() override { Zelk::Instance()->DeleteRoute(route); }
+
+  /// Runs the graph until it stops by itself; why it did.
+  Route::StopReason Run(const std::vector<std::string>& order, const std::vector<Join>& joins) {
+    std::map<std::string, Block*> made;
+    for (const auto& name : order) {
+      const Node& node = nodes.at(name);
+      made[name] = route->NewBlock((node.file + ".so").c_str(), node.first, node.last, node.args);
+      EXPECT_NE(nullptr, made[name]) << name;
+    }
+    for (const auto& join : joins) {
+      EXPECT_NE(nullptr, route->NewLink(48000, S16_LE, join.channels, 100, made[join.from],
+                                        join.out, made[join.to], join.in));
+    }
+    stopped = {};
+    EXPECT_EQ(0, route->Start());
+    const auto reason = stopped.get_future().get();
+    EXPECT_EQ(0, route->DeleteAll());
+    return reason;
+  }
+
+  void OnStopped(Route::StopReason reason) override { stopped.set_value(reason); }
+
+  Node Source(const std::string& name, std::size_t samples) {
+    test::WriteWav(directory / name, Counting(samples));
+    return {"filesrc", {directory / name}, true, false};
+  }
+  Node Sink(const std::string& name) { return {"filesink", {directory / name}, false, true}; }
+
+  test::TemporaryDirectory directory;
+  std::map<std::string, Node> nodes;
+  Route* route = nullptr;
+  std::promise<Route::StopReason> stopped;
+};
+
+/// Counting up to `a` beside counting up to `b`, the shorter one filled up with silence.
+Shorts SideBySide(std::size_t a, std::size_t b) {
+  Shorts both;
+  for (std::size_t i = 0; i < std::max(a, b); ++i) {
+    both.push_back(i < a ? static_cast<short>(i + 1) : short{0});
+    both.push_back(i < b ? static_cast<short>(i + 1) : short{0});
+  }
+  return both;
+}
+
+TEST_F(EndOfInput, SourcesOfAnyTwoLengthsMeetInAJoinOverPathsOfUnequalDepth) {
+  nodes = {{"gain1", {"gain", {}}},
+           {"gain2", {"gain", {}}},
+           {"join", {"patch", {}}},
+           {"tail", {"gain", {}}},
+           {"sink", Sink("out.wav")}};
+  for (const auto& [a, b] : std::vector<std::pair<std::size_t, std::size_t>>{
+           {250, 1000}, {1000, 250}, {300, 300}, {1, 999}, {100, 200}, {401, 399}}) {
+    SCOPED_TRACE(std::to_string(a) + " and " + std::to_string(b));
+    nodes["a"] = Source("a.wav", a);
+    nodes["b"] = Source("b.wav", b);
+    EXPECT_EQ(Route::END_OF_FILE, Run({"a", "b", "gain1", "gain2", "join", "tail", "sink"},
+                                      {{"a", 0, "join", 0},
+                                       {"b", 0, "gain1", 0},
+                                       {"gain1", 0, "gain2", 0},
+                                       {"gain2", 0, "join", 1},
+                                       {"join", 0, "tail", 0, 2},
+                                       {"tail", 0, "sink", 0, 2}}));
+    EXPECT_EQ(SideBySide(a, b), test::ReadShorts(directory / "out.wav"));
+  }
+}
+
+/// Grows a graph at random: every source reaches the sink, through gains, tees and joins of any
+/// depth.
+class RandomGraph {
+ public:
+  explicit RandomGraph(unsigned seed) : random(seed) {}
+
+  /// A stream nobody takes yet: where it comes from, and the source of each of its channels.
+  struct Stream {
+    std::string from;
+    unsigned long out;
+    std::vector<int> sources;
+  };
+
+  void Grow(int sources) {
+    for (int i = 0; i < sources; ++i)
+      streams.push_back({"source" + std::to_string(i), 0, {i}});
+    for (int i = 0; i < 10; ++i) {
+      switch (Below(3)) {
+        case 0:
+          Add("gain", {Take()}, 1);
+          break;
+        case 1:
+          Add("patch", {Take()}, 1 + Below(3));
+          break;
+        default:
+          if (streams.size() > 2) Add("patch", {Take(), Take()}, 1);
+      }
+    }
+    std::vector<Stream> all;
+    while (!streams.empty())
+      all.push_back(Take());
+    Add("patch", all, 1);
+  }
+
+  std::size_t Below(std::size_t limit) { return random() % limit; }
+
+  std::vector<Stream> streams;
+  std::map<std::string, std::string> files;  // of the blocks, by name; the last one is "patch" too
+  std::string last;
+  struct Step {
+    Stream from;
+    std::string to;
+    unsigned long in;
+  };
+  std::vector<Step> steps;
+  std::minstd_rand random;
+
+ private:
+  Stream Take() {
+    const auto at = streams.begin() + static_cast<long>(Below(streams.size()));
+    Stream stream = *at;
+    streams.erase(at);
+    return stream;
+  }
+
+  void Add(const char* file, const std::vector<Stream>& inputs, std::size_t outputs) {
+    last = file + std::string("@") + std::to_string(files.size());
+    files[last] = file;
+    std::vector<int> sources;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+      steps.push_back({inputs[i], last, i});
+      sources.insert(sources.end(), inputs[i].sources.begin(), inputs[i].sources.end());
+    }
+    for (std::size_t i = 0; i < outputs; ++i)
+      streams.push_back({last, i, sources});
+  }
+};
+
+TEST_F(EndOfInput, InGraphsOfAnyShapeAndAnyOrderOfAddressesNoSampleIsLostOrDumpedTwice) {
+  for (unsigned seed = 1; seed <= 150; ++seed) {
+    SCOPED_TRACE(seed);
+    RandomGraph graph(seed);
+    const int sources = 2 + static_cast<int>(seed % 3);
+    graph.Grow(sources);
+    const auto channels = graph.streams[0].sources;
+    std::vector<std::string> order = {"sink"};
+    nodes = {{"sink", Sink("out.wav")}};
+    std::vector<std::size_t> lengths;
+    for (int i = 0; i < sources; ++i) {
+      const std::string name = "source" + std::to_string(i);
+      lengths.push_back(1 + graph.Below(700));
+      nodes[name] = Source(name, lengths.back());
+      order.push_back(name);
+    }
+    std::vector<Join> joins;
+    for (const auto& [name, file] : graph.files) {
+      nodes[name] = {file, {}};
+      order.push_back(name);
+    }
+    for (const auto& step : graph.steps)
+      joins.push_back({step.from.from, step.from.out, step.to, step.in,
+                       static_cast<unsigned>(step.from.sources.size())});
+    joins.push_back({graph.last, 0, "sink", 0, static_cast<unsigned>(channels.size())});
+    std::shuffle(order.begin(), order.end(), graph.random);
+
+    test::TemporaryDirectory dumps;
+    route->SetDump(dumps.path.c_str());
+    ASSERT_EQ(Route::END_OF_FILE, Run(order, joins));
+    route->SetDump(nullptr);
+
+    Shorts expected;
+    const std::size_t longest = *std::max_element(lengths.begin(), lengths.end());
+    for (std::size_t i = 0; i < longest; ++i)
+      for (const int source : channels)
+        expected.push_back(i < lengths[static_cast<std::size_t>(source)] ? short(i + 1) : short{0});
+    ASSERT_EQ(expected, test::ReadShorts(directory / "out.wav"));
+    // Every stream was dumped once: its bytes are those of all its channels' sources.
+    std::size_t dumped = 0, sent = 0;
+    for (const auto& file : std::filesystem::directory_iterator(dumps.path))
+      dumped += file.file_size();
+    for (const auto& join : joins) {
+      std::size_t samples = longest;
+      for (const auto& step : graph.steps)
+        if (step.from.from == join.from && step.from.out == join.out) {
+          samples = 0;
+          for (const int source : step.from.sources)
+            samples = std::max(samples, lengths[static_cast<std::size_t>(source)]);
+        }
+      sent += samples * join.channels * sizeof(short);
+    }
+    ASSERT_EQ(sent, dumped);
+  }
+}
+
+TEST_F(EndOfInput, ABlockThatKnowsNothingOfItGetsEverySampleAndIsNeverCalledForNothing) {
+  nodes = {{"a", Source("a.wav", 250)},
+           {"gain", {"gain", {}}},
+           {"naive", {"patch", {"naive"}}},
+           {"sink", Sink("out.wav")}};
+  EXPECT_EQ(Route::END_OF_FILE,
+            Run({"a", "gain", "naive", "sink"},
+                {{"a", 0, "gain", 0}, {"gain", 0, "naive", 0}, {"naive", 0, "sink", 0}}));
+  EXPECT_EQ(Counting(250), test::ReadShorts(directory / "out.wav"));
+
+  // Behind one output of a tee, while the other one is held.
+  nodes["tee"] = {"patch", {}};
+  nodes["end"] = {"patch", {"naive"}, false, true};
+  EXPECT_EQ(Route::END_OF_FILE, Run({"a", "tee", "gain", "end", "sink"}, {{"a", 0, "tee", 0},
+                                                                          {"tee", 0, "gain", 0},
+                                                                          {"tee", 1, "end", 0},
+                                                                          {"gain", 0, "sink", 0}}));
+  EXPECT_EQ(Counting(250), test::ReadShorts(directory / "out.wav"));
+}
+
+TEST_F(EndOfInput, ASourceWithoutSamplesEndsTheRouteAtOnce) {
+  nodes = {{"a", Source("a.wav", 0)}, {"gain", {"gain", {}}}, {"sink", Sink("out.wav")}};
+  EXPECT_EQ(Route::END_OF_FILE,
+            Run({"a", "gain", "sink"}, {{"a", 0, "gain", 0}, {"gain", 0, "sink", 0}}));
+  EXPECT_EQ(Shorts{}, test::ReadShorts(directory / "out.wav"));
+}
+
+}  // namespace

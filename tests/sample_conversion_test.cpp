@@ -1,0 +1,171 @@
+// Every format at both ends of its range, between the steps, and there and back.
+#include "common/Samples.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <ostream>
+#include <random>
+#include <vector>
+
+namespace {
+
+using namespace zelk;
+using namespace zelk::blocks;
+
+using Bytes = std::vector<unsigned char>;
+
+constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
+constexpr double ENDLESS = std::numeric_limits<double>::infinity();
+
+/// `values` in `format`, through float or double, written to an odd address.
+template <class Real>
+Bytes Encoded(SampleFormat format, const std::vector<double>& values) {
+  const std::vector<Real> in(values.begin(), values.end());
+  Bytes out(1 + values.size() * BytesPerSample(format) + 1, 0xEE);
+  Encode(format, in.data(), out.data() + 1, in.size());
+  EXPECT_EQ(0xEE, out.front());
+  EXPECT_EQ(0xEE, out.back());
+  return Bytes(out.begin() + 1, out.end() - 1);
+}
+
+template <class Real>
+std::vector<Real> Decoded(SampleFormat format, const Bytes& bytes) {
+  std::vector<Real> out(bytes.size() / BytesPerSample(format));
+  Decode(format, bytes.data(), out.data(), out.size());
+  return out;
+}
+
+struct Case {
+  SampleFormat format;
+  Bytes bytes;  // of -1.0, the largest value, 0.25, and the smallest step
+  double largest;
+  double step;
+};
+void PrintTo(const Case& c, std::ostream* out) {
+  *out << FormatToString(c.format);
+}
+
+class Format : public testing::TestWithParam<Case> {};
+
+TEST_P(Format, KeepsBothEndsInItsOwnByteOrder) {
+  const Case& c = GetParam();
+  const std::vector<double> values = {-1.0, c.largest, 0.25, c.step};
+  EXPECT_EQ(c.bytes, Encoded<double>(c.format, values));
+  EXPECT_EQ(values, Decoded<double>(c.format, c.bytes));
+  const std::vector<float> narrow(values.begin(), values.end());
+  EXPECT_EQ(narrow, Decoded<float>(c.format, c.bytes));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, Format,
+    testing::Values(
+        Case{BYTE, {0x80, 0x7F, 0x20, 0x01}, 127 / 128.0, 1 / 128.0},
+        Case{S16_LE, {0, 0x80, 0xFF, 0x7F, 0, 0x20, 1, 0}, 32767 / 32768.0, 1 / 32768.0},
+        Case{S16_BE, {0x80, 0, 0x7F, 0xFF, 0x20, 0, 0, 1}, 32767 / 32768.0, 1 / 32768.0},
+        Case{S24_3LE,
+             {0, 0, 0x80, 0xFF, 0xFF, 0x7F, 0, 0, 0x20, 1, 0, 0},
+             8388607 / 8388608.0,
+             1 / 8388608.0},
+        Case{S24_3BE,
+             {0x80, 0, 0, 0x7F, 0xFF, 0xFF, 0x20, 0, 0, 0, 0, 1},
+             8388607 / 8388608.0,
+             1 / 8388608.0},
+        Case{S32_LE,
+             {0, 0, 0, 0x80, 0xFF, 0xFF, 0xFF, 0x7F, 0, 0, 0, 0x20, 1, 0, 0, 0},
+             2147483647 / 2147483648.0,
+             1 / 2147483648.0},
+        Case{S32_BE,
+             {0x80, 0, 0, 0, 0x7F, 0xFF, 0xFF, 0xFF, 0x20, 0, 0, 0, 0, 0, 0, 1},
+             2147483647 / 2147483648.0,
+             1 / 2147483648.0},
+        Case{FLOAT_LE,
+             {0, 0, 0x80, 0xBF, 0, 0, 0x20, 0x41, 0, 0, 0x80, 0x3E, 0, 0, 0, 1},
+             10.0,
+             0x1p-125},
+        Case{FLOAT_BE,
+             {0xBF, 0x80, 0, 0, 0x41, 0x20, 0, 0, 0x3E, 0x80, 0, 0, 1, 0, 0, 0},
+             10.0,
+             0x1p-125}));
+
+class IntegerFormat : public testing::TestWithParam<SampleFormat> {};
+
+TEST_P(IntegerFormat, ClipsToItsRangeAndMakesNoNumberSilence) {
+  const SampleFormat format = GetParam();
+  const double largest = 1 - std::ldexp(1.0, 1 - 8 * static_cast<int>(BytesPerSample(format)));
+  const std::vector<double> wild = {1.0,     1.5,   1e30,     ENDLESS,
+                                    -1.0001, -1e30, -ENDLESS, NOT_A_NUMBER};
+  const std::vector<double> tame = {largest, largest, largest, largest, -1, -1, -1, 0};
+  EXPECT_EQ(tame, Decoded<double>(format, Encoded<double>(format, wild)));
+  EXPECT_EQ(tame, Decoded<double>(format, Encoded<float>(format, wild)));
+}
+
+TEST_P(IntegerFormat, RoundsToTheNearestStepAndTiesToEven) {
+  const SampleFormat format = GetParam();
+  const double step = std::ldexp(1.0, 1 - 8 * static_cast<int>(BytesPerSample(format)));
+  std::vector<double> in, out;
+  for (const auto& [from, to] : std::vector<std::pair<double, double>>{{0.49, 0},
+                                                                       {0.5, 0},
+                                                                       {0.51, 1},
+                                                                       {1.49, 1},
+                                                                       {1.5, 2},
+                                                                       {2.5, 2},
+                                                                       {-0.49, 0},
+                                                                       {-0.51, -1},
+                                                                       {-1.5, -2},
+                                                                       {-2.5, -2},
+                                                                       {100.4, 100},
+                                                                       {-100.6, -101}}) {
+    in.push_back(from * step);
+    out.push_back(to * step);
+  }
+  EXPECT_EQ(out, Decoded<double>(format, Encoded<double>(format, in)));
+  EXPECT_EQ(out, Decoded<double>(format, Encoded<float>(format, in)));
+}
+
+TEST_P(IntegerFormat, ReturnsEveryBitPatternThroughDoubleAndUpTo24BitsThroughFloat) {
+  std::minstd_rand random(1);
+  Bytes bytes(12 * 5003);  // an odd number of samples, for the tail of a vector loop
+  for (auto& byte : bytes)
+    byte = static_cast<unsigned char>(random());
+  const auto wide = Decoded<double>(GetParam(), bytes);
+  EXPECT_EQ(bytes, Encoded<double>(GetParam(), wide));
+  if (BytesPerSample(GetParam()) == 4) return;
+  const auto narrow = Decoded<float>(GetParam(), bytes);
+  EXPECT_EQ(bytes, Encoded<float>(GetParam(), std::vector<double>(narrow.begin(), narrow.end())));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, IntegerFormat,
+                         testing::Values(BYTE, S16_LE, S16_BE, S24_3LE, S24_3BE, S32_LE, S32_BE));
+
+TEST(SampleConversion, FloatsPassBeyondFullScaleAndAsNoNumber) {
+  EXPECT_EQ((Bytes{0, 0, 0xC0, 0x7F}), Encoded<float>(FLOAT_LE, {NOT_A_NUMBER}));
+  EXPECT_EQ((std::vector<float>{2.5F}), Decoded<float>(FLOAT_BE, {0x40, 0x20, 0, 0}));
+}
+
+TEST(SampleConversion, ConvertWidensExactlyAndNarrowsByRounding) {
+  const Bytes s16 = {0x34, 0x12, 0x00, 0x80};
+  Bytes s32(8);
+  Convert(S16_LE, s16.data(), S32_BE, s32.data(), 2);
+  EXPECT_EQ((Bytes{0x12, 0x34, 0, 0, 0x80, 0, 0, 0}), s32);
+  const Bytes deep = {0x7F, 0xFF, 0xFF, 0xFF, 0x00, 0x01, 0x7F, 0xFF, 0x00, 0x01, 0x80, 0x01};
+  Bytes shallow(6);
+  Convert(S32_BE, deep.data(), S16_BE, shallow.data(), 3);
+  EXPECT_EQ((Bytes{0x7F, 0xFF, 0x00, 0x01, 0x00, 0x02}), shallow);
+}
+
+TEST(SampleConversion, AFormatOutsideTheNineTouchesNothing) {
+  const auto wild = static_cast<SampleFormat>(12);
+  float value = 0.5F;
+  unsigned char byte = 7;
+  Decode(wild, &byte, &value, 1);
+  Encode(wild, &value, &byte, 1);
+  Convert(wild, &byte, wild, &byte, 1);
+  Convert(wild, &byte, BYTE, &byte, 0);
+  EXPECT_EQ(0.5F, value);
+  EXPECT_EQ(7, byte);
+}
+
+}  // namespace
