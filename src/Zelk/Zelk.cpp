@@ -79,8 +79,8 @@ ZelkImpl::~ZelkImpl() {
 }
 
 void ZelkImpl::AbandonInChild() {
-  // Another thread may have held the lock when the process forked; nobody else runs here.
-  mutex.try_lock();
+  // Without the lock: its holder may be a thread that this process does not have, and nobody else
+  // runs here.
   new std::list<std::shared_ptr<RouteImpl>>(std::move(routes));
   new std::list<std::shared_ptr<RingBuffer>>(std::move(fifos));
   new std::shared_ptr<std::thread>(std::move(debugThread));

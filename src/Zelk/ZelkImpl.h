@@ -68,7 +68,7 @@ class ZelkImpl final : public Zelk {
   void ReadProfile();
   void DebugThreadLoop();
   void EndDebugThread();
-  void AbandonInChild() ZELK_EXCLUDES(mutex);
+  void AbandonInChild() ZELK_TSA(no_thread_safety_analysis);
 
   // The lists, newest first. Their entries die outside the lock: a route calls its client back.
   mutable Mutex mutex;
