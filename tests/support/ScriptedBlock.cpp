@@ -26,7 +26,9 @@ ScriptedBlock::ScriptedBlock(std::string labelText, bool first, bool last)
 ScriptedBlock::~ScriptedBlock() { Note(label + ".~"); }
 
 long ScriptedBlock::Hook(const char* hook, const std::string& detail) {
-  Note(label + "." + hook + detail);
+  std::string line = label + "." + hook;
+  if (!detail.empty()) line.append(" ").append(detail);
+  Note(line);
   const auto entry = script.on.find(hook);
   return entry == script.on.end() ? 0 : entry->second(this);
 }
@@ -39,16 +41,16 @@ const char* ScriptedBlock::Subname() const {
 }
 
 int ScriptedBlock::OnInEpLinked(std::size_t index) {
-  return static_cast<int>(Hook("OnInEpLinked", " " + std::to_string(index)));
+  return static_cast<int>(Hook("OnInEpLinked", std::to_string(index)));
 }
 void ScriptedBlock::OnInEpUnlinked(std::size_t index) {
-  Hook("OnInEpUnlinked", " " + std::to_string(index));
+  Hook("OnInEpUnlinked", std::to_string(index));
 }
 int ScriptedBlock::OnOutEpLinked(std::size_t index) {
-  return static_cast<int>(Hook("OnOutEpLinked", " " + std::to_string(index)));
+  return static_cast<int>(Hook("OnOutEpLinked", std::to_string(index)));
 }
 void ScriptedBlock::OnOutEpUnlinked(std::size_t index) {
-  Hook("OnOutEpUnlinked", " " + std::to_string(index));
+  Hook("OnOutEpUnlinked", std::to_string(index));
 }
 int ScriptedBlock::Start() { return static_cast<int>(Hook("Start")); }
 int ScriptedBlock::Stop() { return static_cast<int>(Hook("Stop")); }
@@ -61,14 +63,14 @@ long ScriptedBlock::ProcessFrame() {
 }
 
 int ScriptedBlock::SetParameter(unsigned int paramId, const std::vector<std::string>& params) {
-  std::string detail = " " + std::to_string(paramId);
+  std::string detail = std::to_string(paramId);
   for (const auto& text : params) detail += " " + text;
   return static_cast<int>(Hook("SetParameter", detail));
 }
 
 int ScriptedBlock::GetParameter(unsigned int paramId, std::vector<std::string>& params) {
   params.push_back("value of " + std::to_string(paramId));
-  return static_cast<int>(Hook("GetParameter", " " + std::to_string(paramId)));
+  return static_cast<int>(Hook("GetParameter", std::to_string(paramId)));
 }
 
 }  // namespace test
