@@ -7,8 +7,8 @@
 
 namespace {
 
-using test::Scripts;
 using test::ScriptedBlock;
+using test::Scripts;
 using test::TakeTrace;
 using Lines = std::vector<std::string>;
 
@@ -83,8 +83,7 @@ TEST_F(Blocks, HooksSeeThePortActiveWhileLinkedAndInactiveWhileUnlinked) {
     seen.push_back(b->ActiveInEps().size() + 10 * b->ActiveOutEps().size());
     return 5L;
   };
-  for (const char* hook :
-       {"OnInEpLinked", "OnOutEpLinked", "OnInEpUnlinked", "OnOutEpUnlinked"}) {
+  for (const char* hook : {"OnInEpLinked", "OnOutEpLinked", "OnInEpUnlinked", "OnOutEpUnlinked"}) {
     Scripts()["b"].on[hook] = look;
   }
   auto block = Make();
@@ -108,9 +107,8 @@ TEST_F(Blocks, HooksSeeThePortActiveWhileLinkedAndInactiveWhileUnlinked) {
 }
 
 TEST_F(Blocks, AHookThatRefusesLeavesThePortInactive) {
-  Scripts()["b"].on["OnInEpLinked"] = Scripts()["b"].on["OnOutEpLinked"] = [](ScriptedBlock*) {
-    return -7L;
-  };
+  Scripts()["b"].on["OnInEpLinked"] =
+      Scripts()["b"].on["OnOutEpLinked"] = [](ScriptedBlock*) { return -7L; };
   auto block = Make();
   EXPECT_EQ(-7, block->BaseOnInEpLinked(1));
   EXPECT_EQ(-7, block->BaseOnOutEpLinked(1));
@@ -130,8 +128,11 @@ TEST_F(Blocks, ReadyNeedsEveryInputAndEmptyAnyOutput) {
   const struct {
     long first, second;
     bool ready, empty;
-  } cases[] = {{0, 0, false, true}, {5, 0, false, true}, {0, 5, false, true},
-               {5, 5, true, false}, {-1, 5, true, false}};
+  } cases[] = {{0, 0, false, true},
+               {5, 0, false, true},
+               {0, 5, false, true},
+               {5, 5, true, false},
+               {-1, 5, true, false}};
   for (const auto& c : cases) {
     block->In(2)->validSamples = block->Out(2)->validSamples = c.first;
     block->In(9)->validSamples = block->Out(9)->validSamples = c.second;

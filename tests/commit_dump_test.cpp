@@ -42,8 +42,9 @@ class Commits : public ::testing::Test {
   }
   void Join(std::size_t out, std::size_t in, zelk::SampleFormat format = zelk::S16_LE,
             unsigned channels = 2, long samples = 480) {
-    links.push_back(std::make_unique<zelk::Link>("RouteA", "lnk_" + std::to_string(links.size()),
-                                                 48000, format, channels, samples));
+    links.push_back(std::make_unique<zelk::Link>(
+        "RouteA", std::string("lnk_").append(std::to_string(links.size())), 48000, format, channels,
+        samples));
     ASSERT_EQ(0, links.back()->Connect(source->OutEp(out), sink->InEp(in)));
     TakeTrace();
   }
@@ -195,7 +196,8 @@ TEST_F(Commits, NeverDumpBytesFromOutsideTheBuffer) {
   dumpPath = folder;
   Join(0, 0, zelk::S16_LE, 2, 4);
   const long wild[] = {5, 1L << 40, std::numeric_limits<long>::max()};
-  for (const long samples : wild) CommitFrame(0, samples);
+  for (const long samples : wild)
+    CommitFrame(0, samples);
   EXPECT_GE(3u * 16u, Read(FILE_0).size());
 
   *source->Out(0) = {source->Out(0)->data + 8, zelk::FLOAT_LE, 0xFFFFFFFF, 1L << 62, 0, 1, 0};

@@ -14,8 +14,8 @@
 
 namespace {
 
-using test::Scripts;
 using test::ScriptedBlock;
+using test::Scripts;
 using test::TakeTrace;
 using Lines = std::vector<std::string>;
 using zelk::SampleFormat;
@@ -23,8 +23,8 @@ using zelk::SampleFormat;
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool ALLOCATION_MAY_FAIL = false;
 #elif defined(__has_feature)
-constexpr bool ALLOCATION_MAY_FAIL = !__has_feature(address_sanitizer) &&
-                                     !__has_feature(thread_sanitizer);
+constexpr bool ALLOCATION_MAY_FAIL =
+    !__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer);
 #else
 constexpr bool ALLOCATION_MAY_FAIL = true;
 #endif
@@ -67,9 +67,9 @@ TEST(SampleFormats, HaveTheirSizesAndNames) {
     std::uint32_t value;
     std::size_t bytes;
     const char* name;
-  } formats[] = {{0, 1, "BYTE"},    {1, 2, "S16_LE"},  {2, 2, "S16_BE"},   {3, 4, "S32_LE"},
-                 {4, 4, "S32_BE"},  {5, 3, "S24_3LE"}, {6, 3, "S24_3BE"},  {7, 4, "FLOAT_LE"},
-                 {8, 4, "FLOAT_BE"}, {9, 0, "?"},      {0xFFFFFFFF, 0, "?"}};
+  } formats[] = {{0, 1, "BYTE"},     {1, 2, "S16_LE"},  {2, 2, "S16_BE"},    {3, 4, "S32_LE"},
+                 {4, 4, "S32_BE"},   {5, 3, "S24_3LE"}, {6, 3, "S24_3BE"},   {7, 4, "FLOAT_LE"},
+                 {8, 4, "FLOAT_BE"}, {9, 0, "?"},       {0xFFFFFFFF, 0, "?"}};
   for (const auto& expected : formats) {
     const auto format = static_cast<SampleFormat>(expected.value);
     EXPECT_EQ(expected.bytes, BytesPerSample(format)) << expected.value;
@@ -125,10 +125,9 @@ TEST_F(Links, ConnectRefusesNullAndActiveEndpoints) {
   EXPECT_EQ((Lines{}), TakeTrace());
   EXPECT_EQ(-20, second->Connect(out, in));
   EXPECT_EQ(-20, second->Connect(source->OutEp(4), in));
-  EXPECT_EQ(
-      (Lines{"E src/Link Connect: RouteA: lnk_1: src_0's O03 has been already active",
-             "E src/Link Connect: RouteA: lnk_1: dst_0's I05 has been already active"}),
-      TakeTrace());
+  EXPECT_EQ((Lines{"E src/Link Connect: RouteA: lnk_1: src_0's O03 has been already active",
+                   "E src/Link Connect: RouteA: lnk_1: dst_0's I05 has been already active"}),
+            TakeTrace());
   EXPECT_FALSE(source->OutEp(4)->IsActive());
   second.reset();
   EXPECT_EQ((Lines{"I src/Link ~Link: RouteA: lnk_1: Deleted"}), TakeTrace());
@@ -190,16 +189,16 @@ TEST_F(Links, ConnectRefusesSizesThatNoBufferCanHave) {
     bool allocates;
   } sizes[] = {{zelk::S16_LE, 2, -1, false},
                {zelk::S16_LE, 2, std::numeric_limits<long>::min(), false},
-               {zelk::S16_LE, 2, 1L << 62, false},    // 2^64 bytes: zero, if it wrapped
+               {zelk::S16_LE, 2, 1L << 62, false},  // 2^64 bytes: zero, if it wrapped
                {zelk::S24_3LE, 1, max, false},
                {zelk::S16_LE, 0xFFFFFFFF, max, false},
-               {zelk::S32_LE, 1, 1L << 61, false},    // fits a size_t, not a vector
+               {zelk::S32_LE, 1, 1L << 61, false},  // fits a size_t, not a vector
                {zelk::BYTE, 1, 1L << 62, true}};
   for (const auto& size : sizes) {
     if (size.allocates && !ALLOCATION_MAY_FAIL) continue;
     auto link = NewLink(size.format, size.channels, size.samples);
     EXPECT_EQ(-20, link->Connect(out, in)) << size.samples;
-    const auto trace = TakeTrace();
+    const auto trace = TakeTrace("E");
     ASSERT_EQ(1u, trace.size()) << size.samples;
     EXPECT_EQ(0u, trace[0].find("E src/Link Connect: RouteA: lnk_0: ")) << trace[0];
     ExpectInactive();
@@ -213,10 +212,11 @@ TEST_F(Links, DisconnectTellsTheSourceFirstAndKeepsTheDescriptors) {
   ASSERT_EQ(0, link->Connect(out, in));
   out->FB()->timestamp = 99;
   TakeTrace();
-  const Lines unlinked = {"D src/Block BaseOnOutEpUnlinked: RouteA: src_0: Output endpoint 3 unlinked",
-                          "src.OnOutEpUnlinked 3",
-                          "D src/Block BaseOnInEpUnlinked: RouteA: dst_0: Input endpoint 5 unlinked",
-                          "dst.OnInEpUnlinked 5"};
+  const Lines unlinked = {
+      "D src/Block BaseOnOutEpUnlinked: RouteA: src_0: Output endpoint 3 unlinked",
+      "src.OnOutEpUnlinked 3",
+      "D src/Block BaseOnInEpUnlinked: RouteA: dst_0: Input endpoint 5 unlinked",
+      "dst.OnInEpUnlinked 5"};
   link->Disconnect();
   EXPECT_EQ(unlinked, TakeTrace());
   ExpectInactive();

@@ -33,24 +33,24 @@ class FrameLoop : public RouteTest {
     };
   }
   /// Makes `count` blocks that are source and sink at once; returns them in address order.
-  std::vector<ScriptedBlock*> MakeLone(int count) {
+  std::vector<ScriptedBlock*> MakeLone(std::size_t count) {
     std::vector<ScriptedBlock*> made;
-    for (int i = 0; i < count; ++i) made.push_back(New("b" + std::to_string(i), true, true));
+    for (std::size_t i = 0; i < count; ++i)
+      made.push_back(New(Numbered("b", i), true, true));
     std::sort(made.begin(), made.end(), std::less<>());
     return made;
   }
   /// The last `count` lines but for those of the blocks' own starts and stops.
   static Lines Tail(Lines lines, std::size_t count) {
-    const auto own = [](const std::string& line) {
-      return line.find(".St") != std::string::npos;
-    };
+    const auto own = [](const std::string& line) { return line.find(".St") != std::string::npos; };
     lines.erase(std::remove_if(lines.begin(), lines.end(), own), lines.end());
     return Lines(lines.end() - static_cast<long>(std::min(count, lines.size())), lines.end());
   }
   static Lines Calls(const std::vector<ScriptedBlock*>& blocks, std::size_t count,
                      const std::string& hook) {
     Lines lines;
-    for (std::size_t i = 0; i < count; ++i) lines.push_back(blocks[i]->Label() + hook);
+    for (std::size_t i = 0; i < count; ++i)
+      lines.push_back(blocks[i]->Label() + hook);
     return lines;
   }
 };
@@ -65,10 +65,14 @@ TEST_F(FrameLoop, AFrameGoesFromSourceToSinkAndIsCounted) {
   MakePair();
   const bool srcIsLower = std::less<>()(src, dst);
   const std::string low = srcIsLower ? "src" : "dst", high = srcIsLower ? "dst" : "src";
-  const Lines frame = {"src.ProcessFrame", Loop("V scripted_0 (first) is done"),
-                       "dst.ProcessFrame", "samples 7", Loop("V scripted_1 (last) is done")};
+  const Lines frame = {"src.ProcessFrame", Loop("V scripted_0 (first) is done"), "dst.ProcessFrame",
+                       "samples 7", Loop("V scripted_1 (last) is done")};
   Lines wanted = {"D src/Route ProcessActions: RouteA: Processing action 'START'",
-                  low + ".Start", high + ".Start", STARTED, "OnStarted", RUNNING};
+                  low + ".Start",
+                  high + ".Start",
+                  STARTED,
+                  "OnStarted",
+                  RUNNING};
   wanted.insert(wanted.end(), frame.begin(), frame.end());
   wanted.push_back(Loop("V 1 frame processed OK, 0 error frame"));
   wanted.insert(wanted.end(), frame.begin(), frame.end());
@@ -96,7 +100,10 @@ TEST_F(FrameLoop, EveryResultHasItsOutcome) {
     Lines outcome;
     bool committed, reset;
   } cases[] = {
-      {-21, {Loop("I scripted_0: End of file"), STOPPING, HAS_STOPPED, "OnStopped 2"}, false, false},
+      {-21,
+       {Loop("I scripted_0: End of file"), STOPPING, HAS_STOPPED, "OnStopped 2"},
+       false,
+       false},
       {-2, failed("-2"), true, true},
       {-4, failed("-4"), true, true},
       {-20, failed("-20"), true, true},
@@ -104,12 +111,14 @@ TEST_F(FrameLoop, EveryResultHasItsOutcome) {
       {-10,
        {Loop("E scripted_0: Process frame timeout"), Loop("V 0 frame processed OK, 1 error frame"),
         Loop("I scripted_0: End of file"), STOPPING, HAS_STOPPED, "OnStopped 2"},
-       false, true},
+       false,
+       true},
       {-3,
        {Loop("V scripted_0 (first) is done without output"),
         Loop("V 1 frame processed OK, 0 error frame"), Loop("I scripted_0: End of file"), STOPPING,
         HAS_STOPPED, "OnStopped 2"},
-       true, false},
+       true,
+       false},
   };
   for (const auto& c : cases) {
     route->DeleteAll();
@@ -127,8 +136,8 @@ TEST_F(FrameLoop, EveryResultHasItsOutcome) {
     EXPECT_EQ(c.outcome, outcome) << c.result;
     EXPECT_EQ(0, CountOf(trace, "dst.ProcessFrame")) << c.result;
     EXPECT_EQ(c.committed ? 7 : 0, dst->In(0)->validSamples) << c.result;
-    const Lines resets = std::less<>()(src, dst) ? Lines{"src.Reset", "dst.Reset"}
-                                                 : Lines{"dst.Reset", "src.Reset"};
+    const Lines resets =
+        std::less<>()(src, dst) ? Lines{"src.Reset", "dst.Reset"} : Lines{"dst.Reset", "src.Reset"};
     EXPECT_EQ(c.reset ? resets : nothing, With(trace, "Reset")) << c.result;
   }
 }
@@ -151,8 +160,8 @@ TEST_F(FrameLoop, APendingBlockIsCalledAgainInTheSameFrame) {
 TEST_F(FrameLoop, WavesRunStartResetAndStopInAddressOrder) {
   std::vector<ScriptedBlock*> lone;
   std::size_t frame = 0;
-  for (int i = 0; i < 6; ++i) {
-    Scripts()["b" + std::to_string(i)].on["ProcessFrame"] = [&](ScriptedBlock* b) {
+  for (std::size_t i = 0; i < 6; ++i) {
+    Scripts()[Numbered("b", i)].on["ProcessFrame"] = [&](ScriptedBlock* b) {
       if (b == lone[0]) ++frame;
       if (frame == 2 && b == lone[2]) return long{zelk::FRAME_TIMEOUT};
       if (frame == 3 && b == lone[3]) return long{zelk::FRAME_FADED_OUT};
@@ -189,20 +198,19 @@ TEST_F(FrameLoop, JoinsOfUnequalPathsAreCalledTwiceAndLastBlocksEndTheirPath) {
   ASSERT_EQ(7u, trace.size());
   std::sort(trace.begin() + 1, trace.begin() + 3);
   std::sort(trace.begin() + 3, trace.begin() + 5);
-  EXPECT_EQ((Lines{"src.ProcessFrame", "join.ProcessFrame", "mid.ProcessFrame",
-                   "dst.ProcessFrame", "join.ProcessFrame", "dst.ProcessFrame",
-                   "src.ProcessFrame"}),
+  EXPECT_EQ((Lines{"src.ProcessFrame", "join.ProcessFrame", "mid.ProcessFrame", "dst.ProcessFrame",
+                   "join.ProcessFrame", "dst.ProcessFrame", "src.ProcessFrame"}),
             trace);
 }
 
 TEST_F(FrameLoop, ABlockThatRefusesToStartFailsTheStart) {
-  for (int i = 0; i < 3; ++i) {
-    Scripts()["b" + std::to_string(i)].on["ProcessFrame"] = Results({});
+  for (std::size_t i = 0; i < 3; ++i) {
+    Scripts()[Numbered("b", i)].on["ProcessFrame"] = Results({});
   }
   ScriptedBlock* refusing = nullptr;
   bool refuse = true;
-  for (int i = 0; i < 3; ++i) {
-    Scripts()["b" + std::to_string(i)].on["Start"] = [&](ScriptedBlock* b) {
+  for (std::size_t i = 0; i < 3; ++i) {
+    Scripts()[Numbered("b", i)].on["Start"] = [&](ScriptedBlock* b) {
       return b == refusing && refuse ? -5L : 0L;
     };
   }
@@ -210,9 +218,10 @@ TEST_F(FrameLoop, ABlockThatRefusesToStartFailsTheStart) {
   refusing = lone[1];
   TakeTrace();
   EXPECT_EQ(-5, route->Start());
-  EXPECT_EQ((Lines{lone[0]->Label() + ".Start", lone[1]->Label() + ".Start",
-                   "E src/Route Start_l: RouteA: Failed to start " + lone[1]->Name() + " (ret=-5)"}),
-            TakeTrace("EI"));
+  EXPECT_EQ(
+      (Lines{lone[0]->Label() + ".Start", lone[1]->Label() + ".Start",
+             "E src/Route Start_l: RouteA: Failed to start " + lone[1]->Name() + " (ret=-5)"}),
+      TakeTrace("EI"));
   refuse = false;
   EXPECT_EQ((Lines{lone[1]->Label() + ".Start", lone[2]->Label() + ".Start"}),
             With(Run(""), ".Start"));
@@ -222,8 +231,8 @@ TEST_F(FrameLoop, AStartWithAPositiveResultIsRepeatedBeforeEveryFrame) {
   Scripts()["b"].on["Start"] = Results({5, 5, 0});
   Scripts()["b"].on["ProcessFrame"] = Results({0, zelk::FRAME_FADED_OUT});
   New("b", true, true);
-  EXPECT_EQ((Lines{"b.Start", "OnStarted", "b.Start", "b.ProcessFrame", "b.Start",
-                   "b.ProcessFrame", "b.Stop", "OnStopped 0"}),
+  EXPECT_EQ((Lines{"b.Start", "OnStarted", "b.Start", "b.ProcessFrame", "b.Start", "b.ProcessFrame",
+                   "b.Stop", "OnStopped 0"}),
             Run(""));
 }
 
@@ -320,7 +329,7 @@ TEST_F(FrameLoop, AGraphBrokenWhileRunningWaitsToBeMendedAndCountsAnew) {
 
   ASSERT_NE(nullptr, Join(src, 0, dst, 0));
   WaitFor(Loop("V 1 frame processed OK, 0 error frame"));
-  EXPECT_EQ((Lines{"OnStarted"}), With(TakeTrace(), "On"));
+  EXPECT_EQ((Lines{"OnStarted"}), With(TakeTrace(), "OnSt"));
   EXPECT_EQ(0, route->Stop());
 }
 
@@ -345,31 +354,24 @@ TEST_F(FrameLoop, BlocksAddedWhileRunningStartBeforeTheirFirstFrame) {
   EXPECT_EQ(0, CountOf(trace, "refusing.ProcessFrame"));
 }
 
-// Notes the end of the thread that touches it.
-struct ThreadEnd {
-  ~ThreadEnd() { Note("thread ended"); }
-  bool touched = false;
-};
-
 // In a process of its own: such a route can never be deleted.
+[[noreturn]] void RefuseToStartWhileRunning() {
+  Scripts()["b0"].on["ProcessFrame"] = Pace;
+  Scripts()["refusing"].on["Start"] = [](ScriptedBlock*) {
+    NoteTheEndOfThisThread();
+    return -5L;
+  };
+  auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
+  route->NewBlock("scripted.so", true, true, {"b0"});
+  route->Start();
+  route->NewBlock("scripted.so", true, true, {"refusing"});
+  WaitFor("thread ended");
+  _exit(CountOf(TakeTrace(), STOPPING) == 0 ? 0 : 1);
+}
+
 TEST(FrameLoopDeathTest, AnyOtherRefusalToStartWhileRunningEndsTheThread) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        Scripts()["b0"].on["ProcessFrame"] = Pace;
-        Scripts()["refusing"].on["Start"] = [](ScriptedBlock*) {
-          static thread_local ThreadEnd end;
-          end.touched = true;
-          return -5L;
-        };
-        auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
-        route->NewBlock("scripted.so", true, true, {"b0"});
-        route->Start();
-        route->NewBlock("scripted.so", true, true, {"refusing"});
-        WaitFor("thread ended");
-        _exit(CountOf(TakeTrace(), STOPPING) == 0 ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(RefuseToStartWhileRunning(), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -22,7 +22,9 @@ bool IsLoaded(const char* file) {
   return handle != nullptr;
 }
 
-std::string PathOf(const char* file) { return std::string(TEST_BLOCK_FOLDER) + "/" + file; }
+std::string PathOf(const char* file) {
+  return std::string(TEST_BLOCK_FOLDER) + "/" + file;
+}
 
 class GraphEdit : public RouteTest {
  protected:
@@ -58,9 +60,10 @@ TEST_F(GraphEdit, NumbersOfDeletedBlocksAndLinksAreTakenAgain) {
   TakeTrace();
   Join(a, 0, c, 0);
   Join(a, 2, c, 2);
-  EXPECT_EQ((Lines{"I src/Link Connect: RouteA: lnk_0: Created scripted_0(O00) --> (I00)scripted_2",
-                   "I src/Link Connect: RouteA: lnk_2: Created scripted_0(O02) --> (I02)scripted_2"}),
-            With(TakeTrace("I"), "lnk_"));
+  EXPECT_EQ(
+      (Lines{"I src/Link Connect: RouteA: lnk_0: Created scripted_0(O00) --> (I00)scripted_2",
+             "I src/Link Connect: RouteA: lnk_2: Created scripted_0(O02) --> (I02)scripted_2"}),
+      With(TakeTrace("I"), "lnk_"));
 }
 
 TEST_F(GraphEdit, ARequestForABlockIsLoggedWithItsArguments) {
@@ -79,9 +82,16 @@ TEST_F(GraphEdit, FilesThatAreNoPluginsAreRefusedWithTheReason) {
     const char* file;
     std::string error;
   } cases[] = {
-      {"", invalid},          {"gain", invalid},     {".so", invalid},    {"so", invalid},
-      {"lib.so", invalid},    {"lib.dylib", invalid}, {".dylib", invalid}, {"x.dyl", invalid},
-      {"scripted.SO", invalid}, {"scripted_so", invalid},
+      {"", invalid},
+      {"gain", invalid},
+      {".so", invalid},
+      {"so", invalid},
+      {"lib.so", invalid},
+      {"lib.dylib", invalid},
+      {".dylib", invalid},
+      {"x.dyl", invalid},
+      {"scripted.SO", invalid},
+      {"scripted_so", invalid},
       {"missing.so", "Can't open missing.so"},
       {"missing.dylib", "Can't open missing.dylib"},
       {"%n%s.so", "Can't open %n%s.so"},
@@ -132,8 +142,8 @@ TEST_F(GraphEdit, TheBlocksOwnFlagsDecideWhatItIs) {
 TEST_F(GraphEdit, LinksNeedBlocksOfThisRouteAndValidPorts) {
   auto* other = zelk::Zelk::Instance()->NewRoute("RouteB", nullptr);
   Scripts()["foreign"];
-  auto* foreign = static_cast<ScriptedBlock*>(
-      other->NewBlock("scripted.so", true, false, {"foreign"}));
+  auto* foreign =
+      static_cast<ScriptedBlock*>(other->NewBlock("scripted.so", true, false, {"foreign"}));
   zelk::Block* own = New("own", false, true);
   zelk::Block* stranger = foreign;
   const std::string text = PointerText(foreign->Name().c_str());
@@ -171,24 +181,24 @@ TEST_F(GraphEdit, ARefusedLinkLeavesItsNameFree) {
                    "I src/Link ~Link: RouteA: lnk_1: Deleted"}),
             TakeTrace("EI"));
   EXPECT_NE(nullptr, Join(src, 1, dst, 1));
-  EXPECT_EQ((Lines{"I src/Link Connect: RouteA: lnk_1: Created scripted_0(O01) --> (I01)scripted_1"}),
-            With(TakeTrace("I"), "lnk_"));
+  EXPECT_EQ(
+      (Lines{"I src/Link Connect: RouteA: lnk_1: Created scripted_0(O01) --> (I01)scripted_1"}),
+      With(TakeTrace("I"), "lnk_"));
 }
 
 TEST_F(GraphEdit, DeletingABlockDeletesItsLinksInputsFirst) {
   auto* before = New("before", true, false);
   auto* middle = New("mid", false, false);
   auto* after = New("after", false, true);
-  Join(middle, 1, after, 0);       // lnk_0
-  Join(before, 0, middle, 9);      // lnk_1
-  Join(middle, 0, middle, 2);      // lnk_2, onto itself
+  Join(middle, 1, after, 0);               // lnk_0
+  Join(before, 0, middle, 9);              // lnk_1
+  Join(middle, 0, middle, 2);              // lnk_2, onto itself
   auto* kept = Join(before, 1, after, 1);  // lnk_3
   TakeTrace();
   EXPECT_EQ(0, route->Delete(middle));
   EXPECT_EQ((Lines{"mid.OnOutEpUnlinked 0", "mid.OnInEpUnlinked 2",
-                   "I src/Link ~Link: RouteA: lnk_2: Deleted",
-                   "before.OnOutEpUnlinked 0", "mid.OnInEpUnlinked 9",
-                   "I src/Link ~Link: RouteA: lnk_1: Deleted",
+                   "I src/Link ~Link: RouteA: lnk_2: Deleted", "before.OnOutEpUnlinked 0",
+                   "mid.OnInEpUnlinked 9", "I src/Link ~Link: RouteA: lnk_1: Deleted",
                    "mid.OnOutEpUnlinked 1", "after.OnInEpUnlinked 0",
                    "I src/Link ~Link: RouteA: lnk_0: Deleted", "mid.~",
                    "I src/Block ~Block: RouteA: scripted_1: Deleted"}),
@@ -201,8 +211,8 @@ TEST_F(GraphEdit, DeletingABlockDeletesItsLinksInputsFirst) {
   EXPECT_FALSE(before->OutEp(1)->IsActive());
   TakeTrace();
   int unknown = 0;
-  for (void* instance : {static_cast<void*>(middle), static_cast<void*>(kept),
-                         static_cast<void*>(&unknown)}) {
+  for (void* instance :
+       {static_cast<void*>(middle), static_cast<void*>(kept), static_cast<void*>(&unknown)}) {
     EXPECT_EQ(-20, route->Delete(instance));
     EXPECT_EQ((Lines{Edit("E Delete_l: RouteA: No instance ") + PointerText(instance)}),
               TakeTrace("E"));
@@ -213,10 +223,11 @@ TEST_F(GraphEdit, DeletingABlockDeletesItsLinksInputsFirst) {
 TEST_F(GraphEdit, DeleteAllDeletesLinksThenBlocksInAddressOrder) {
   EXPECT_EQ(0, route->DeleteAll());
   std::vector<ScriptedBlock*> blocks;
-  for (int i = 0; i < 4; ++i) blocks.push_back(New("b" + std::to_string(i), true, true));
+  for (std::size_t i = 0; i < 4; ++i)
+    blocks.push_back(New(Numbered("b", i), true, true));
   std::map<zelk::Link*, std::string> links;
   for (std::size_t i = 0; i < 3; ++i) {
-    links[Join(blocks[i], 0, blocks[i + 1], 0)] = "lnk_" + std::to_string(i);
+    links[Join(blocks[i], 0, blocks[i + 1], 0)] = Numbered("lnk_", i);
   }
   std::sort(blocks.begin(), blocks.end(), std::less<>());
   Lines wanted;
@@ -243,13 +254,13 @@ TEST_F(GraphEdit, ParametersAndResetsReachTheBlockAndBringItsResultBack) {
   EXPECT_EQ(-9, route->GetParameter(block, 2, texts));
   EXPECT_EQ((std::vector<std::string>{"kept", "value of 2"}), texts);
   EXPECT_EQ(0, route->Reset(block));
-  EXPECT_EQ((Lines{Edit("I SetParam_l: RouteA: Setting parameter id 4294967295 to scripted_0"),
-                   "b.SetParameter 4294967295 x y z",
-                   Edit("I SetParam_l: RouteA: Setting parameter id 1 to scripted_0"),
-                   "b.SetParameter 1",
-                   Edit("I GetParam_l: RouteA: Getting parameter 2 from block scripted_0"),
-                   "b.GetParameter 2", "b.Reset"}),
-            TakeTrace("EI"));
+  EXPECT_EQ(
+      (Lines{Edit("I SetParam_l: RouteA: Setting parameter id 4294967295 to scripted_0"),
+             "b.SetParameter 4294967295 x y z",
+             Edit("I SetParam_l: RouteA: Setting parameter id 1 to scripted_0"), "b.SetParameter 1",
+             Edit("I GetParam_l: RouteA: Getting parameter 2 from block scripted_0"),
+             "b.GetParameter 2", "b.Reset"}),
+      TakeTrace("EI"));
 }
 
 TEST_F(GraphEdit, ParametersAndResetsOfABlockOfAnotherRouteAreRefused) {
@@ -262,7 +273,8 @@ TEST_F(GraphEdit, ParametersAndResetsOfABlockOfAnotherRouteAreRefused) {
   EXPECT_EQ(-20, route->Reset(foreign));
   const auto trace = TakeTrace("E");
   ASSERT_EQ(3u, trace.size());
-  EXPECT_EQ(Edit("E SetParam_l: RouteA: Block ") + PointerText(foreign) + " doesn't exist", trace[0]);
+  EXPECT_EQ(Edit("E SetParam_l: RouteA: Block ") + PointerText(foreign) + " doesn't exist",
+            trace[0]);
   EXPECT_EQ(Edit("E GetParam_l: RouteA: Block scripted_0 doesn't exist"), trace[1]);
   EXPECT_NE(std::string::npos, trace[2].find(": RouteA: Block scripted_0 doesn't exist"));
   EXPECT_TRUE(texts.empty());

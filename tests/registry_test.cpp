@@ -45,7 +45,8 @@ TEST_F(RegistryTest, ThereIsRoomForTwentySixRoutes) {
   zelk->DeleteRoute(routes[12]);
   routes[12] = zelk->NewRoute("RouteM", nullptr);
   EXPECT_NE(nullptr, routes[12]);
-  for (auto* route : routes) zelk->DeleteRoute(route);
+  for (auto* route : routes)
+    zelk->DeleteRoute(route);
   EXPECT_EQ(27u, With(TakeTrace("I"), ": Deleted").size());
 }
 
@@ -67,7 +68,8 @@ TEST_F(RegistryTest, PointersThatAreNoRoutesAndNoFifosAreOnlyReported) {
 
 TEST_F(RegistryTest, FifosTakeTheLowestFreeNumber) {
   std::vector<zelk::FIFO*> fifos;
-  for (int i = 0; i < 12; ++i) fifos.push_back(zelk->NewFIFO(48000, 4, 100, 0));
+  for (int i = 0; i < 12; ++i)
+    fifos.push_back(zelk->NewFIFO(48000, 4, 100, 0));
   EXPECT_EQ("fifo_0", fifos[0]->Name());
   EXPECT_EQ("fifo_11", fifos[11]->Name());
   zelk->DeleteFIFO(fifos[10]);
@@ -76,7 +78,8 @@ TEST_F(RegistryTest, FifosTakeTheLowestFreeNumber) {
   fifos[10] = zelk->NewFIFO(0, 1, 1, 0);
   EXPECT_EQ("fifo_1", fifos[1]->Name());
   EXPECT_EQ("fifo_10", fifos[10]->Name());
-  for (auto* fifo : fifos) zelk->DeleteFIFO(fifo);
+  for (auto* fifo : fifos)
+    zelk->DeleteFIFO(fifo);
 }
 
 TEST_F(RegistryTest, ANewFifoHoldsItsPrefillAndTheArgumentsInTheirOrder) {

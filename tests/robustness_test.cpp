@@ -17,8 +17,12 @@ using namespace test;
 using zelk::Route;
 namespace fs = std::filesystem;
 
-long ThrowError(ScriptedBlock*) { throw std::runtime_error("a plug-in's error"); }
-long ThrowNumber(ScriptedBlock*) { throw 42; }
+long ThrowError(ScriptedBlock*) {
+  throw std::runtime_error("a plug-in's error");
+}
+long ThrowNumber(ScriptedBlock*) {
+  throw 42;
+}
 const std::function<long(ScriptedBlock*)> THROWERS[] = {ThrowError, ThrowNumber};
 
 class Robustness : public RouteTest {
@@ -80,8 +84,9 @@ TEST_F(Robustness, AnExceptionInAFrameFailsThatFrameAndResetsEveryBlock) {
     Scripts()["src"].on["Reset"] = Scripts()["dst"].on["Reset"] = thrower;
     MakePair();
     const auto trace = Run();
-    EXPECT_EQ(1, CountOf(trace,
-                         "E src/Route MainThreadLoop: RouteA: scripted_0: Process frame failed -20"));
+    EXPECT_EQ(
+        1,
+        CountOf(trace, "E src/Route MainThreadLoop: RouteA: scripted_0: Process frame failed -20"));
     EXPECT_EQ((Lines{"OnStarted", "OnStopped 1"}), With(trace, "OnSt"));
     EXPECT_EQ(2u, With(trace, ".Reset").size());
     ExpectUsable();
@@ -104,10 +109,11 @@ TEST_F(Robustness, AnExceptionInACallbackIsLoggedAndEndsThere) {
   for (const char* callback : {"OnStarted", "OnStopped", "OnExit"}) {
     callbacks.on[callback] = [] { throw std::runtime_error("a host's error"); };
   }
-  const auto trace = Run();
-  EXPECT_EQ((Lines{"OnStarted", "OnStopped 0"}), With(trace, "OnSt"));
-  EXPECT_EQ(2u, With(trace, "E src/Route").size());
-  TakeTrace();
+  EXPECT_EQ((Lines{"b.Start", "OnStarted",
+                   "E src/Route OnStarted: RouteA: OnStarted threw: a host's error",
+                   "b.ProcessFrame", "b.ProcessFrame", "b.Stop", "OnStopped 0",
+                   "E src/Route OnStopped: RouteA: OnStopped threw: a host's error"}),
+            Run("E"));
   zelk::Zelk::Instance()->DeleteRoute(route);
   route = nullptr;
   EXPECT_EQ(1u, With(TakeTrace("E"), "E src/Route").size());
@@ -134,10 +140,7 @@ TEST_F(Robustness, CallsFromTheRoutesOwnThreadAreRefused) {
     route->ExecuteActions(batch, 3);
     EXPECT_EQ(4711, batch[0].stop.ret);
     zelk::Zelk::Instance()->DeleteRoute(route);
-    const auto errors = TakeTrace("EWI");
-    EXPECT_EQ(12u, errors.size());
-    EXPECT_EQ(12u, With(errors, "RouteA").size());
-    Note("refused");
+    EXPECT_EQ(12u, TakeTrace("EWI").size());
   };
   callbacks.on["OnStarted"] = callbacks.on["OnStopped"] = callEverything;  // with and without lock
   Scripts()["b"].on["ProcessFrame"] = [&](ScriptedBlock*) {
@@ -172,7 +175,8 @@ TEST_F(Robustness, NullPointersInClientBuiltActionsAreRefused) {
   zelk::Block* source = src;
   const std::vector<std::string> args = {"b"};
   Route::Action batch[9];
-  for (auto& action : batch) action.type = Route::NEW_BLOCK;
+  for (auto& action : batch)
+    action.type = Route::NEW_BLOCK;
   batch[0].newBlock = {nullptr, true, true, &args, &slot};
   batch[1].newBlock = {"scripted.so", true, true, nullptr, &slot};
   batch[2].newBlock = {"scripted.so", true, true, &args, nullptr};
@@ -206,8 +210,8 @@ TEST_F(Robustness, NullAndStalePointersAreNotFollowed) {
   EXPECT_EQ(0, route->Delete(stale));
   std::vector<std::string> texts;
   int notABlock = 7;
-  for (zelk::Block* block : {static_cast<zelk::Block*>(nullptr), stale,
-                             reinterpret_cast<zelk::Block*>(&notABlock)}) {
+  for (zelk::Block* block :
+       {static_cast<zelk::Block*>(nullptr), stale, reinterpret_cast<zelk::Block*>(&notABlock)}) {
     TakeTrace();
     EXPECT_EQ(-20, route->SetParameter(block, 1, {}));
     EXPECT_EQ(-20, route->GetParameter(block, 1, texts));
@@ -260,7 +264,7 @@ TEST_F(Robustness, WildDescriptorsNeitherCrashNorReachOtherMemory) {
   Scripts()["src"].on["ProcessFrame"] = [&](ScriptedBlock* b) {
     auto& fb = *b->Out(0);
     fb.channels = 0xFFFFFFFF;
-    fb.format = static_cast<zelk::SampleFormat>(frames == 1 ? 0xFFFF : zelk::S32_LE);
+    fb.format = frames == 1 ? static_cast<zelk::SampleFormat>(0xFFFF) : zelk::S32_LE;
     fb.validSamples = std::numeric_limits<long>::max();
     fb.samplesPerFrame = std::numeric_limits<long>::min();
     fb.timestamp = std::numeric_limits<long long>::min();

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -29,6 +30,7 @@ class Configuration : public ::testing::Test {
   Lines InChild(Body body) {
     int ends[2];
     EXPECT_EQ(0, pipe(ends));
+    std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
       close(ends[0]);
@@ -48,13 +50,12 @@ class Configuration : public ::testing::Test {
     waitpid(child, &status, 0);
     Lines lines;
     std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    for (std::string line; std::getline(stream, line);)
+      lines.push_back(line);
     lines.push_back(status == 0 ? "ended well" : "ended badly");
     return lines;
   }
-  static void WriteProfile(const std::string& text) {
-    std::ofstream("/etc/zelk.conf") << text;
-  }
+  static void WriteProfile(const std::string& text) { std::ofstream("/etc/zelk.conf") << text; }
 };
 
 const Lines DEFAULTS = {"vantrel_enable_options(16386)", "vantrel_set_level(4)"};
@@ -86,7 +87,8 @@ TEST_F(Configuration, IsReadFromTheProfileAndNothingElse) {
       {"logtostderr=true\nloglevel=", {"vantrel_enable_options(2)"}},
       {"loglevel=5\ndumppath=",
        {"vantrel_set_level(5)", "vantrel_disable_options(16384)", "vantrel_set_file(5/zelk.log)"}},
-      {"logtostdout=true\nlogtostderr=", {"vantrel_enable_options(1)", "vantrel_enable_options(2)"}},
+      {"logtostdout=true\nlogtostderr=",
+       {"vantrel_enable_options(1)", "vantrel_enable_options(2)"}},
       {"dumppath=/d\nloglevel=3\nlogtostderr=false\nlogtostdout=false",
        {"vantrel_disable_options(1)", "vantrel_disable_options(2)", "vantrel_set_level(3)",
         "vantrel_set_file(/d/zelk.log)"}},
@@ -113,8 +115,10 @@ TEST_F(Configuration, ThreadsThatRaceForTheSingletonGetTheSame) {
   const auto trace = InChild([] {
     std::vector<zelk::Zelk*> seen(8);
     std::vector<std::thread> threads;
-    for (auto& one : seen) threads.emplace_back([&one] { one = zelk::Zelk::Instance(); });
-    for (auto& thread : threads) thread.join();
+    for (auto& one : seen)
+      threads.emplace_back([&one] { one = zelk::Zelk::Instance(); });
+    for (auto& thread : threads)
+      thread.join();
     for (auto* one : seen) {
       if (one == nullptr || one != seen[0]) Note("different");
     }
@@ -152,11 +156,11 @@ TEST_F(Configuration, WhatIsLeftAtExitIsDeletedNewestFirstRoutesBeforeFifos) {
     zelk->NewRoute("RouteC", nullptr);
     zelk->NewRoute("RouteB", nullptr);
   });
-  EXPECT_EQ((Lines{"I src/Route ~RouteImpl: RouteB: Deleted",
-                   "I src/Route ~RouteImpl: RouteC: Deleted",
-                   "I src/Block ~Block: RouteA: scripted_0: Deleted",
-                   "I src/Route ~RouteImpl: RouteA: Deleted"}),
-            With(trace, ": Deleted"));
+  EXPECT_EQ(
+      (Lines{"I src/Route ~RouteImpl: RouteB: Deleted", "I src/Route ~RouteImpl: RouteC: Deleted",
+             "I src/Block ~Block: RouteA: scripted_0: Deleted",
+             "I src/Route ~RouteImpl: RouteA: Deleted"}),
+      With(trace, ": Deleted"));
   EXPECT_EQ((Lines{"OnStarted", "OnStopped 0", "OnExit"}), With(trace, "On"));
   EXPECT_EQ("ended well", trace.back());
 }

@@ -45,7 +45,9 @@ void Add(char level, const std::string& text) {
 
 }  // namespace
 
-void Note(const std::string& text) { Add(0, text); }
+void Note(const std::string& text) {
+  Add(0, text);
+}
 
 std::vector<std::string> TakeTrace(const std::string& levels) {
   auto& trace = TheTrace();
@@ -70,7 +72,8 @@ void WaitFor(const std::string& wanted, int times) {
   };
   if (trace.changed.wait_for(lock, std::chrono::minutes(1), present)) return;
   std::string seen;
-  for (const auto& line : trace.lines) seen += line.text + "\n";
+  for (const auto& line : trace.lines)
+    seen += line.text + "\n";
   ADD_FAILURE() << "never seen: " << wanted << "\nbut:\n" << seen.substr(0, 4000);
 }
 

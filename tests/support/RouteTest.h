@@ -22,7 +22,7 @@ class NotingCallbacks : public zelk::Route::Callbacks {
 
   void OnStarted() override { Hear("OnStarted", ""); }
   void OnStopped(zelk::Route::StopReason reason) override {
-    Hear("OnStopped", " " + std::to_string(reason));
+    Hear("OnStopped", std::string(" ").append(std::to_string(reason)));
   }
   void OnExit() override { Hear("OnExit", ""); }
 
@@ -83,6 +83,21 @@ class RouteTest : public ::testing::Test {
 };
 
 using Lines = std::vector<std::string>;
+
+/// `text` with a number behind it.
+inline std::string Numbered(std::string text, std::size_t number) {
+  return text.append(std::to_string(number));
+}
+
+/// From now on the trace tells when the calling thread ends: "thread ended".
+inline void NoteTheEndOfThisThread() {
+  struct End {
+    ~End() { Note("thread ended"); }
+    bool touched = false;
+  };
+  static thread_local End end;
+  end.touched = true;
+}
 
 /// How many lines are exactly `text`.
 inline long CountOf(const Lines& lines, const std::string& text) {

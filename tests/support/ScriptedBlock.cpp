@@ -23,7 +23,9 @@ ScriptedBlock::ScriptedBlock(std::string labelText, bool first, bool last)
       label(std::move(labelText)),
       script(Scripts()[label]) {}
 
-ScriptedBlock::~ScriptedBlock() { Note(label + ".~"); }
+ScriptedBlock::~ScriptedBlock() {
+  Note(label + ".~");
+}
 
 long ScriptedBlock::Hook(const char* hook, const std::string& detail) {
   std::string line = label + "." + hook;
@@ -52,9 +54,15 @@ int ScriptedBlock::OnOutEpLinked(std::size_t index) {
 void ScriptedBlock::OnOutEpUnlinked(std::size_t index) {
   Hook("OnOutEpUnlinked", std::to_string(index));
 }
-int ScriptedBlock::Start() { return static_cast<int>(Hook("Start")); }
-int ScriptedBlock::Stop() { return static_cast<int>(Hook("Stop")); }
-void ScriptedBlock::Reset() { Hook("Reset"); }
+int ScriptedBlock::Start() {
+  return static_cast<int>(Hook("Start"));
+}
+int ScriptedBlock::Stop() {
+  return static_cast<int>(Hook("Stop"));
+}
+void ScriptedBlock::Reset() {
+  Hook("Reset");
+}
 
 long ScriptedBlock::ProcessFrame() {
   if (!script.quietFrames) return Hook("ProcessFrame");
@@ -64,7 +72,8 @@ long ScriptedBlock::ProcessFrame() {
 
 int ScriptedBlock::SetParameter(unsigned int paramId, const std::vector<std::string>& params) {
   std::string detail = std::to_string(paramId);
-  for (const auto& text : params) detail += " " + text;
+  for (const auto& text : params)
+    detail += " " + text;
   return static_cast<int>(Hook("SetParameter", detail));
 }
 

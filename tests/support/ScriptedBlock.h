@@ -20,7 +20,7 @@ class ScriptedBlock;
 struct Script {
   std::map<std::string, std::function<long(ScriptedBlock*)>> on;
   std::string subname;
-  bool quietFrames = false;  ///< frames are not noted
+  bool quietFrames = false;   ///< frames are not noted
   std::optional<bool> first;  ///< what the block says of itself, whatever it was created as
 };
 
