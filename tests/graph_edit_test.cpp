@@ -1,0 +1,318 @@
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "support/RouteTest.h"
+
+namespace {
+
+using namespace test;
+namespace fs = std::filesystem;
+
+std::string Edit(const std::string& levelFunctionAndText) {
+  return levelFunctionAndText.substr(0, 2) + "src/Route " + levelFunctionAndText.substr(2);
+}
+
+bool IsLoaded(const char* file) {
+  void* handle = dlopen(file, RTLD_LAZY | RTLD_NOLOAD);
+  if (handle != nullptr) dlclose(handle);
+  return handle != nullptr;
+}
+
+std::string PathOf(const char* file) {
+  return std::string(TEST_BLOCK_FOLDER) + "/" + file;
+}
+
+class GraphEdit : public RouteTest {
+ protected:
+  std::string NameOf(const char* file) {
+    auto* block = New("b", true, true, file);
+    return block == nullptr ? "null" : block->Name();
+  }
+};
+
+TEST_F(GraphEdit, BlocksAreNamedAfterTheirFileAndTheLowestFreeNumber) {
+  EXPECT_EQ("scripted_0", NameOf("scripted.so"));
+  EXPECT_EQ("scripted_1", NameOf("libscripted.so"));
+  EXPECT_EQ("scripted_2", NameOf("libscripted.so.1"));
+  EXPECT_EQ("scripted_3", NameOf("scripted.dylib"));
+  EXPECT_EQ("scripted.so_0", NameOf("scripted.so.so"));
+  EXPECT_EQ(PathOf("libscripted") + "_0", NameOf(PathOf("libscripted.so").c_str()));
+  Scripts()["b"].subname = "L";
+  int asked = 0;
+  Scripts()["b"].on["Subname"] = [&](ScriptedBlock*) { return ++asked; };
+  EXPECT_EQ("scripted_L_0", NameOf("scripted.so"));
+  asked = 0;
+  EXPECT_EQ("scripted_L_1", NameOf("scripted.so"));
+  EXPECT_LE(2, asked);
+}
+
+TEST_F(GraphEdit, NumbersOfDeletedBlocksAndLinksAreTakenAgain) {
+  auto* a = New("a", true, false);
+  auto* b = New("b", false, true);
+  auto* c = New("c", false, true);
+  auto* link = Join(a, 0, b, 0);
+  Join(a, 1, b, 1);
+  route->Delete(link);
+  TakeTrace();
+  Join(a, 0, c, 0);
+  Join(a, 2, c, 2);
+  EXPECT_EQ(
+      (Lines{"I src/Link Connect: RouteA: lnk_0: Created scripted_0(O00) --> (I00)scripted_2",
+             "I src/Link Connect: RouteA: lnk_2: Created scripted_0(O02) --> (I02)scripted_2"}),
+      With(TakeTrace("I"), "lnk_"));
+}
+
+TEST_F(GraphEdit, ARequestForABlockIsLoggedWithItsArguments) {
+  route->NewBlock("scripted.so", true, false, {"b", "", "-3 %d%n"});
+  EXPECT_EQ((Lines{Edit("D ProcessActions: RouteA: Processing action 'NEW_BLOCK'"),
+                   Edit("D NewBlock_l: RouteA: soFileName=scripted.so, first=1, last=0"),
+                   Edit("D NewBlock_l: RouteA: args[0]=b"), Edit("D NewBlock_l: RouteA: args[1]="),
+                   Edit("D NewBlock_l: RouteA: args[2]=-3 %d%n"),
+                   "I src/Block SetName: RouteA: scripted_0: Created", STOPPED}),
+            TakeTrace());
+}
+
+TEST_F(GraphEdit, FilesThatAreNoPluginsAreRefusedWithTheReason) {
+  const std::string invalid = "Invalid so file name";
+  const struct {
+    const char* file;
+    std::string error;
+  } cases[] = {
+      {"", invalid},
+      {"gain", invalid},
+      {".so", invalid},
+      {"so", invalid},
+      {"lib.so", invalid},
+      {"lib.dylib", invalid},
+      {".dylib", invalid},
+      {"x.dyl", invalid},
+      {"scripted.SO", invalid},
+      {"scripted_so", invalid},
+      {"missing.so", "Can't open missing.so"},
+      {"missing.dylib", "Can't open missing.dylib"},
+      {"%n%s.so", "Can't open %n%s.so"},
+      {"nocreate.so", "Can't find 'CreateBlock' function in nocreate.so"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(nullptr, New("b", true, true, c.file)) << c.file;
+    EXPECT_EQ((Lines{Edit("E NewBlock_l: RouteA: " + c.error)}), TakeTrace("E")) << c.file;
+  }
+  EXPECT_FALSE(IsLoaded(PathOf("nocreate.so").c_str()));
+}
+
+TEST_F(GraphEdit, APluginThatMakesNoBlockIsClosedAgain) {
+  Scripts()["null"].on["CreateBlock"] = [](ScriptedBlock*) { return -1; };
+  Scripts()["throws"].on["CreateBlock"] = [](ScriptedBlock*) -> long {
+    throw std::runtime_error("no");
+  };
+  EXPECT_EQ(nullptr, New("null", true, true));
+  EXPECT_EQ((Lines{Edit("E NewBlock_l: RouteA: CreateBlock() returns nullptr")}), TakeTrace("E"));
+  EXPECT_EQ(nullptr, New("throws", true, true));
+  EXPECT_LE(1u, TakeTrace("E").size());
+  EXPECT_FALSE(IsLoaded(PathOf("scripted.so").c_str()));
+  EXPECT_NE(nullptr, New("b", true, true));
+}
+
+TEST_F(GraphEdit, PluginsStayLoadedUntilTheRouteGoes) {
+  const std::string file = PathOf("resident.so");
+  auto* block = route->NewBlock("resident.so", true, true, {});
+  ASSERT_NE(nullptr, block);
+  EXPECT_EQ(0, route->Delete(block));
+  EXPECT_TRUE(IsLoaded(file.c_str()));
+  route->NewBlock("resident.so", true, true, {});
+  route->NewBlock("resident.so", true, true, {});
+  EXPECT_EQ(0, route->Start());
+  zelk::Zelk::Instance()->DeleteRoute(route);  // with blocks whose code lies in the file
+  route = nullptr;
+  EXPECT_FALSE(IsLoaded(file.c_str()));
+}
+
+TEST_F(GraphEdit, TheBlocksOwnFlagsDecideWhatItIs) {
+  Scripts()["b"].first = true;
+  Scripts()["b"].on["ProcessFrame"] = Results({});
+  auto* block = New("b", false, true);
+  EXPECT_TRUE(block->First());
+  EXPECT_EQ(1, CountOf(Run(), "b.ProcessFrame"));
+}
+
+TEST_F(GraphEdit, LinksNeedBlocksOfThisRouteAndValidPorts) {
+  auto* other = zelk::Zelk::Instance()->NewRoute("RouteB", nullptr);
+  Scripts()["foreign"];
+  auto* foreign =
+      static_cast<ScriptedBlock*>(other->NewBlock("scripted.so", true, false, {"foreign"}));
+  zelk::Block* own = New("own", false, true);
+  zelk::Block* stranger = foreign;
+  const std::string text = PointerText(foreign->Name().c_str());
+  const struct {
+    zelk::Block **source, **sink;
+    unsigned long out, in;
+    std::string begin, end;
+  } cases[] = {
+      {&stranger, &stranger, 32, 32, "source " + text + " doesn't exist", ""},
+      {&own, &stranger, 32, 32, "sink " + text + " doesn't exist", ""},
+      {&own, &own, 32, 32, "Invalid sourceBlkOutEpIdx 32", ""},
+      {&own, &own, 31, 4000000000, "", ": Invalid sinkBlkInEpIdx 4000000000"},
+  };
+  for (const auto& c : cases) {
+    zelk::Route::Action action;
+    action.type = zelk::Route::NEW_LINK;
+    action.newLink = {1, zelk::BYTE, 1, 1, c.source, c.out, c.sink, c.in, nullptr};
+    TakeTrace();
+    route->ExecuteActions(&action, 1);
+    EXPECT_EQ(nullptr, action.newLink.link);
+    const auto errors = TakeTrace("E");
+    ASSERT_EQ(1u, errors.size());
+    EXPECT_EQ(0u, errors[0].find(Edit("E NewLink_l: RouteA: ") + c.begin)) << errors[0];
+    EXPECT_EQ(errors[0].size() - c.end.size(), errors[0].rfind(c.end)) << errors[0];
+    EXPECT_TRUE(!c.end.empty() || errors[0] == Edit("E NewLink_l: RouteA: ") + c.begin);
+  }
+  zelk::Zelk::Instance()->DeleteRoute(other);
+}
+
+TEST_F(GraphEdit, ARefusedLinkLeavesItsNameFree) {
+  MakePair();
+  TakeTrace();
+  EXPECT_EQ(nullptr, Join(src, 0, dst, 1));
+  EXPECT_EQ((Lines{"E src/Link Connect: RouteA: lnk_1: scripted_0's O00 has been already active",
+                   "I src/Link ~Link: RouteA: lnk_1: Deleted"}),
+            TakeTrace("EI"));
+  EXPECT_NE(nullptr, Join(src, 1, dst, 1));
+  EXPECT_EQ(
+      (Lines{"I src/Link Connect: RouteA: lnk_1: Created scripted_0(O01) --> (I01)scripted_1"}),
+      With(TakeTrace("I"), "lnk_"));
+}
+
+TEST_F(GraphEdit, DeletingABlockDeletesItsLinksInputsFirst) {
+  auto* before = New("before", true, false);
+  auto* middle = New("mid", false, false);
+  auto* after = New("after", false, true);
+  Join(middle, 1, after, 0);               // lnk_0
+  Join(before, 0, middle, 9);              // lnk_1
+  Join(middle, 0, middle, 2);              // lnk_2, onto itself
+  auto* kept = Join(before, 1, after, 1);  // lnk_3
+  TakeTrace();
+  EXPECT_EQ(0, route->Delete(middle));
+  EXPECT_EQ((Lines{"mid.OnOutEpUnlinked 0", "mid.OnInEpUnlinked 2",
+                   "I src/Link ~Link: RouteA: lnk_2: Deleted", "before.OnOutEpUnlinked 0",
+                   "mid.OnInEpUnlinked 9", "I src/Link ~Link: RouteA: lnk_1: Deleted",
+                   "mid.OnOutEpUnlinked 1", "after.OnInEpUnlinked 0",
+                   "I src/Link ~Link: RouteA: lnk_0: Deleted", "mid.~",
+                   "I src/Block ~Block: RouteA: scripted_1: Deleted"}),
+            TakeTrace("I"));
+  EXPECT_FALSE(before->OutEp(0)->IsActive());
+  EXPECT_FALSE(after->InEp(0)->IsActive());
+  EXPECT_TRUE(before->OutEp(1)->IsActive());
+
+  EXPECT_EQ(0, route->Delete(kept));
+  EXPECT_FALSE(before->OutEp(1)->IsActive());
+  TakeTrace();
+  int unknown = 0;
+  for (void* instance :
+       {static_cast<void*>(middle), static_cast<void*>(kept), static_cast<void*>(&unknown)}) {
+    EXPECT_EQ(-20, route->Delete(instance));
+    EXPECT_EQ((Lines{Edit("E Delete_l: RouteA: No instance ") + PointerText(instance)}),
+              TakeTrace("E"));
+  }
+  EXPECT_EQ(-20, route->Delete(nullptr));
+}
+
+TEST_F(GraphEdit, DeleteAllDeletesLinksThenBlocksInAddressOrder) {
+  EXPECT_EQ(0, route->DeleteAll());
+  std::vector<ScriptedBlock*> blocks;
+  for (std::size_t i = 0; i < 4; ++i)
+    blocks.push_back(New(Numbered("b", i), true, true));
+  std::map<zelk::Link*, std::string> links;
+  for (std::size_t i = 0; i < 3; ++i) {
+    links[Join(blocks[i], 0, blocks[i + 1], 0)] = Numbered("lnk_", i);
+  }
+  std::sort(blocks.begin(), blocks.end(), std::less<>());
+  Lines wanted;
+  for (const auto& [link, name] : links) {
+    wanted.push_back("I src/Link ~Link: RouteA: " + name + ": Deleted");
+  }
+  for (const auto* block : blocks) {
+    wanted.push_back("I src/Block ~Block: RouteA: " + block->Name() + ": Deleted");
+  }
+  TakeTrace();
+  EXPECT_EQ(0, route->DeleteAll());
+  EXPECT_EQ(wanted, With(TakeTrace("I"), "Deleted"));
+  EXPECT_EQ("scripted_0", NameOf("scripted.so"));
+}
+
+TEST_F(GraphEdit, ParametersAndResetsReachTheBlockAndBringItsResultBack) {
+  Scripts()["b"].on["SetParameter"] = Results({3, -7});
+  Scripts()["b"].on["GetParameter"] = Results({-9});
+  auto* block = New("b", true, true);
+  TakeTrace();
+  std::vector<std::string> texts = {"kept"};
+  EXPECT_EQ(3, route->SetParameter(block, 4294967295u, {"x", "y z"}));
+  EXPECT_EQ(-7, route->SetParameter(block, 1, {}));
+  EXPECT_EQ(-9, route->GetParameter(block, 2, texts));
+  EXPECT_EQ((std::vector<std::string>{"kept", "value of 2"}), texts);
+  EXPECT_EQ(0, route->Reset(block));
+  EXPECT_EQ(
+      (Lines{Edit("I SetParam_l: RouteA: Setting parameter id 4294967295 to scripted_0"),
+             "b.SetParameter 4294967295 x y z",
+             Edit("I SetParam_l: RouteA: Setting parameter id 1 to scripted_0"), "b.SetParameter 1",
+             Edit("I GetParam_l: RouteA: Getting parameter 2 from block scripted_0"),
+             "b.GetParameter 2", "b.Reset"}),
+      TakeTrace("EI"));
+}
+
+TEST_F(GraphEdit, ParametersAndResetsOfABlockOfAnotherRouteAreRefused) {
+  auto* other = zelk::Zelk::Instance()->NewRoute("RouteB", nullptr);
+  auto* foreign = other->NewBlock("libscripted.so", true, false, {"b"});
+  std::vector<std::string> texts;
+  TakeTrace();
+  EXPECT_EQ(-20, route->SetParameter(foreign, 1, {}));
+  EXPECT_EQ(-20, route->GetParameter(foreign, 1, texts));
+  EXPECT_EQ(-20, route->Reset(foreign));
+  const auto trace = TakeTrace("E");
+  ASSERT_EQ(3u, trace.size());
+  EXPECT_EQ(Edit("E SetParam_l: RouteA: Block ") + PointerText(foreign) + " doesn't exist",
+            trace[0]);
+  EXPECT_EQ(Edit("E GetParam_l: RouteA: Block scripted_0 doesn't exist"), trace[1]);
+  EXPECT_NE(std::string::npos, trace[2].find(": RouteA: Block scripted_0 doesn't exist"));
+  EXPECT_TRUE(texts.empty());
+  zelk::Zelk::Instance()->DeleteRoute(other);
+}
+
+TEST_F(GraphEdit, DumpsAreSwitchedOnSuspendedAndClosed) {
+  std::string folder = ::testing::TempDir() + "zelk-graph-XXXXXX";
+  ASSERT_NE(nullptr, mkdtemp(folder.data()));
+  const std::string file = folder + "/RouteA-scripted_0-O00-48000Hz-S16_LE-2ch.pcm";
+  const auto oneFrame = [](ScriptedBlock* b) {
+    b->Out(0)->validSamples = 1;
+    return long{zelk::FRAME_FADED_OUT};
+  };
+  Scripts()["src"].on["ProcessFrame"] = oneFrame;
+  MakePair();
+  TakeTrace();
+  route->SetDump(folder.c_str());
+  route->SetDump("");
+  route->SetDump((folder + "/").c_str());
+  EXPECT_EQ((Lines{Edit("I SetDump_l: RouteA: Enabled dumping data to ") + folder + "/",
+                   Edit("I SetDump_l: RouteA: Enabled dumping data to "),
+                   Edit("I SetDump_l: RouteA: Enabled dumping data to ") + folder + "/"}),
+            TakeTrace("EI"));
+  Run();
+  Run();
+  route->SetDump("");  // nothing is written, nothing closed
+  Run();
+  route->SetDump(nullptr);
+  EXPECT_EQ(Edit("I SetDump_l: RouteA: Disabled dumping data"), TakeTrace("EI").back());
+  EXPECT_EQ(8u, fs::file_size(file));
+  Run();
+  EXPECT_EQ(8u, fs::file_size(file));
+  route->SetDump(folder.c_str());
+  Run();
+  route->SetDump(nullptr);
+  EXPECT_EQ(4u, fs::file_size(file));
+  fs::remove_all(folder);
+}
+
+}  // namespace

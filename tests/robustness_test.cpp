@@ -1,0 +1,301 @@
+// What clients and plug-ins may do wrong without taking the host down.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <limits>
+#include <stdexcept>
+#include <thread>
+
+#include "support/RouteTest.h"
+
+namespace {
+
+using namespace test;
+using zelk::Route;
+namespace fs = std::filesystem;
+
+long ThrowError(ScriptedBlock*) {
+  throw std::runtime_error("a plug-in's error");
+}
+long ThrowNumber(ScriptedBlock*) {
+  throw 42;
+}
+const std::function<long(ScriptedBlock*)> THROWERS[] = {ThrowError, ThrowNumber};
+
+class Robustness : public RouteTest {
+ protected:
+  /// The route still builds, runs and stops a graph.
+  void ExpectUsable() {
+    callbacks.on.clear();
+    EXPECT_EQ(0, route->DeleteAll());
+    Scripts().clear();
+    Scripts()["src"].on["ProcessFrame"] = Results({0});
+    MakePair();
+    EXPECT_EQ(1, CountOf(Run(), "dst.ProcessFrame"));
+    EXPECT_EQ(0, route->DeleteAll());
+  }
+};
+
+TEST_F(Robustness, AnExceptionInAHookIsItsGeneralFailure) {
+  std::vector<std::string> texts;
+  const std::map<std::string, std::function<int()>> cases = {
+      {"Start", [&] { return route->Start(); }},
+      {"OnOutEpLinked", [&] { return Join(src, 5, dst, 5) == nullptr ? -20 : 0; }},
+      {"SetParameter", [&] { return route->SetParameter(src, 1, {}); }},
+      {"GetParameter", [&] { return route->GetParameter(src, 1, texts); }},
+  };
+  for (const auto& thrower : THROWERS) {
+    for (const auto& [hook, call] : cases) {
+      Scripts()["src"].on[hook] = thrower;
+      src = New("src", true, false);
+      dst = New("dst", false, true);
+      EXPECT_EQ(-20, call()) << hook;
+      ExpectUsable();
+    }
+  }
+}
+
+TEST_F(Robustness, AnExceptionInAHookThatCannotRefuseChangesNothing) {
+  for (const auto& thrower : THROWERS) {
+    for (const char* hook : {"OnInEpUnlinked", "OnOutEpUnlinked", "Reset"}) {
+      Scripts()["src"].on[hook] = Scripts()["dst"].on[hook] = thrower;
+    }
+    src = New("src", true, false);
+    dst = New("dst", false, true);
+    auto* link = Join(src, 0, dst, 0);
+    src->Out(0)->validSamples = 5;
+    EXPECT_EQ(0, route->Reset(src));
+    EXPECT_EQ(0, src->Out(0)->validSamples);
+    EXPECT_EQ(0, route->Delete(link));
+    EXPECT_FALSE(src->OutEp(0)->IsActive() || dst->InEp(0)->IsActive());
+    ExpectUsable();
+    Scripts()["b"].on["Subname"] = thrower;
+    New("b", true, true);
+    ExpectUsable();
+  }
+}
+
+TEST_F(Robustness, AnExceptionInAFrameFailsThatFrameAndResetsEveryBlock) {
+  for (const auto& thrower : THROWERS) {
+    Scripts()["src"].on["ProcessFrame"] = thrower;
+    Scripts()["src"].on["Reset"] = Scripts()["dst"].on["Reset"] = thrower;
+    MakePair();
+    const auto trace = Run();
+    EXPECT_EQ(
+        1,
+        CountOf(trace, "E src/Route MainThreadLoop: RouteA: scripted_0: Process frame failed -20"));
+    EXPECT_EQ((Lines{"OnStarted", "OnStopped 1"}), With(trace, "OnSt"));
+    EXPECT_EQ(2u, With(trace, ".Reset").size());
+    ExpectUsable();
+  }
+}
+
+TEST_F(Robustness, AnExceptionInStopIsARefusal) {
+  int left = 1;
+  Scripts()["b"].quietFrames = true;
+  Scripts()["b"].on["Stop"] = [&](ScriptedBlock*) { return left-- > 0 ? ThrowError(nullptr) : 0; };
+  New("b", true, true);
+  EXPECT_EQ(0, route->Start());
+  EXPECT_EQ(-20, route->Stop());
+  EXPECT_EQ(0, route->Stop());
+}
+
+TEST_F(Robustness, AnExceptionInACallbackIsLoggedAndEndsThere) {
+  Scripts()["b"].on["ProcessFrame"] = Results({0});
+  New("b", true, true);
+  for (const char* callback : {"OnStarted", "OnStopped", "OnExit"}) {
+    callbacks.on[callback] = [] { throw std::runtime_error("a host's error"); };
+  }
+  EXPECT_EQ((Lines{"b.Start", "OnStarted",
+                   "E src/Route OnStarted: RouteA: OnStarted threw: a host's error",
+                   "b.ProcessFrame", "b.ProcessFrame", "b.Stop", "OnStopped 0",
+                   "E src/Route OnStopped: RouteA: OnStopped threw: a host's error"}),
+            Run("E"));
+  zelk::Zelk::Instance()->DeleteRoute(route);
+  route = nullptr;
+  EXPECT_EQ(1u, With(TakeTrace("E"), "E src/Route").size());
+}
+
+TEST_F(Robustness, CallsFromTheRoutesOwnThreadAreRefused) {
+  auto* block = New("b", true, true);
+  Route::Action batch[3];
+  batch[0].type = Route::STOP;
+  batch[0].stop.ret = 4711;
+  const auto callEverything = [&] {
+    std::vector<std::string> texts;
+    TakeTrace();
+    EXPECT_EQ(nullptr, route->NewBlock("scripted.so", true, true, {}));
+    EXPECT_EQ(nullptr, Join(block, 0, block, 0));
+    EXPECT_EQ(-20, route->Start());
+    EXPECT_EQ(-20, route->SetParameter(block, 1, {}));
+    EXPECT_EQ(-20, route->GetParameter(block, 1, texts));
+    EXPECT_EQ(-20, route->Reset(block));
+    EXPECT_EQ(-20, route->Stop());
+    EXPECT_EQ(-20, route->Delete(block));
+    EXPECT_EQ(-20, route->DeleteAll());
+    route->SetDump("/tmp");
+    route->ExecuteActions(batch, 3);
+    EXPECT_EQ(4711, batch[0].stop.ret);
+    zelk::Zelk::Instance()->DeleteRoute(route);
+    EXPECT_EQ(12u, TakeTrace("EWI").size());
+  };
+  callbacks.on["OnStarted"] = callbacks.on["OnStopped"] = callEverything;  // with and without lock
+  Scripts()["b"].on["ProcessFrame"] = [&](ScriptedBlock*) {
+    callEverything();
+    return long{zelk::FRAME_FADED_OUT};
+  };
+  Scripts()["b"].on["SetParameter"] = [&](ScriptedBlock*) {
+    callEverything();
+    return 8;
+  };
+  auto* caller = New("b", true, true);
+  EXPECT_EQ(8, route->SetParameter(caller, 1, {}));
+  EXPECT_EQ(0, route->Start());
+  WaitFor(STOPPED);
+  ExpectUsable();
+}
+
+TEST_F(Robustness, ARoutesThreadMayDriveAnotherRoute) {
+  auto* other = zelk::Zelk::Instance()->NewRoute("RouteB", nullptr);
+  int result = -1;
+  callbacks.on["OnStopped"] = [&] { result = other->Start() + other->Stop(); };
+  Scripts()["b"].on["ProcessFrame"] = Results({});
+  New("b", true, true);
+  Run();
+  EXPECT_EQ(0, result);
+  zelk::Zelk::Instance()->DeleteRoute(other);
+}
+
+TEST_F(Robustness, NullPointersInClientBuiltActionsAreRefused) {
+  MakePair();
+  zelk::Block* slot = nullptr;
+  zelk::Block* source = src;
+  const std::vector<std::string> args = {"b"};
+  Route::Action batch[9];
+  for (auto& action : batch)
+    action.type = Route::NEW_BLOCK;
+  batch[0].newBlock = {nullptr, true, true, &args, &slot};
+  batch[1].newBlock = {"scripted.so", true, true, nullptr, &slot};
+  batch[2].newBlock = {"scripted.so", true, true, &args, nullptr};
+  batch[3].type = batch[4].type = Route::NEW_LINK;
+  batch[3].newLink = {1, zelk::BYTE, 1, 1, nullptr, 0, &source, 0, nullptr};
+  batch[4].newLink = {1, zelk::BYTE, 1, 1, &source, 1, nullptr, 0, nullptr};
+  batch[5].type = Route::SET_PARAMETER;
+  batch[5].setParameter = {src, 1, nullptr, -20};
+  batch[6].type = Route::GET_PARAMETER;
+  batch[6].getParameter = {src, 1, nullptr, -20};
+  batch[7].type = Route::RESET;
+  batch[7].reset = {nullptr, 0};
+  batch[8].type = Route::DELETE;
+  batch[8].del = {nullptr, 0};
+  TakeTrace();
+  route->ExecuteActions(batch, 9);
+  EXPECT_EQ(nullptr, slot);
+  EXPECT_EQ(nullptr, batch[3].newLink.link);
+  EXPECT_EQ(nullptr, batch[4].newLink.link);
+  EXPECT_EQ(-20, batch[5].setParameter.ret);
+  EXPECT_EQ(-20, batch[6].getParameter.ret);
+  EXPECT_EQ(-20, batch[7].reset.ret);
+  EXPECT_EQ(-20, batch[8].del.ret);
+  EXPECT_EQ(9u, TakeTrace("E").size());
+  ExpectUsable();
+}
+
+TEST_F(Robustness, NullAndStalePointersAreNotFollowed) {
+  MakePair();
+  zelk::Block* stale = src;
+  EXPECT_EQ(0, route->Delete(stale));
+  std::vector<std::string> texts;
+  int notABlock = 7;
+  for (zelk::Block* block :
+       {static_cast<zelk::Block*>(nullptr), stale, reinterpret_cast<zelk::Block*>(&notABlock)}) {
+    TakeTrace();
+    EXPECT_EQ(-20, route->SetParameter(block, 1, {}));
+    EXPECT_EQ(-20, route->GetParameter(block, 1, texts));
+    EXPECT_EQ(-20, route->Reset(block));
+    EXPECT_EQ(-20, route->Delete(block));
+    EXPECT_EQ(nullptr, Join(block, 0, dst, 0));
+    EXPECT_EQ(nullptr, Join(dst, 0, block, 0));
+    EXPECT_EQ(6u, TakeTrace("E").size());
+  }
+  ExpectUsable();
+}
+
+TEST_F(Robustness, LinksOfImpossibleSizeAreRefusedAndTheirPortsStayFree) {
+  src = New("src", true, false);
+  dst = New("dst", false, true);
+  const long max = std::numeric_limits<long>::max();
+  for (const long samples : {-1L, std::numeric_limits<long>::min(), 1L << 62, max}) {
+    TakeTrace();
+    EXPECT_EQ(nullptr, route->NewLink(48000, zelk::S32_LE, 4, samples, src, 0, dst, 0));
+    const auto trace = TakeTrace("E");
+    EXPECT_EQ(1u, trace.size()) << samples;
+  }
+  EXPECT_NE(nullptr, Join(src, 0, dst, 0));
+}
+
+TEST_F(Robustness, FormatsOutOfRangeHaveEmptyFramesAndAPlaceholderName) {
+  std::string folder = ::testing::TempDir() + "zelk-robust-XXXXXX";
+  ASSERT_NE(nullptr, mkdtemp(folder.data()));
+  Scripts()["src"].on["ProcessFrame"] = [](ScriptedBlock* b) {
+    b->OutEp(0)->Resize(960, nullptr, 0);
+    return long{zelk::FRAME_FADED_OUT};
+  };
+  src = New("src", true, false);
+  dst = New("dst", false, true);
+  ASSERT_NE(nullptr, route->NewLink(48000, static_cast<zelk::SampleFormat>(12), 2,
+                                    std::numeric_limits<long>::max(), src, 0, dst, 0));
+  route->SetDump(folder.c_str());
+  Run();
+  route->SetDump(nullptr);
+  EXPECT_EQ(960, dst->In(0)->validSamples);
+  EXPECT_EQ(0u, fs::file_size(folder + "/RouteA-scripted_0-O00-48000Hz-?-2ch.pcm"));
+  fs::remove_all(folder);
+}
+
+TEST_F(Robustness, WildDescriptorsNeitherCrashNorReachOtherMemory) {
+  std::string folder = ::testing::TempDir() + "zelk-robust-XXXXXX";
+  ASSERT_NE(nullptr, mkdtemp(folder.data()));
+  static const unsigned char outside[64] = {};
+  int frames = 0;
+  Scripts()["src"].on["ProcessFrame"] = [&](ScriptedBlock* b) {
+    auto& fb = *b->Out(0);
+    fb.channels = 0xFFFFFFFF;
+    fb.format = frames == 1 ? static_cast<zelk::SampleFormat>(0xFFFF) : zelk::S32_LE;
+    fb.validSamples = std::numeric_limits<long>::max();
+    fb.samplesPerFrame = std::numeric_limits<long>::min();
+    fb.timestamp = std::numeric_limits<long long>::min();
+    if (frames == 2) fb.data = const_cast<unsigned char*>(outside) + 60;
+    if (frames == 3) b->OutEp(0)->Resize(2, outside, 1);
+    return ++frames < 5 ? 0L : long{zelk::FRAME_END_OF_FILE};
+  };
+  MakePair();
+  route->SetDump(folder.c_str());
+  EXPECT_EQ(1, CountOf(Run(), "OnStopped 2"));
+  route->SetDump(nullptr);
+  EXPECT_EQ(5, frames);
+  fs::remove_all(folder);
+  ExpectUsable();
+}
+
+TEST_F(Robustness, RouteThreadsLeaveTheHostsSignalsToTheHost) {
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  Scripts()["b"].on["Start"] = [&](ScriptedBlock*) {
+    return pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+  };
+  Scripts()["b"].on["ProcessFrame"] = Results({});
+  New("b", true, true);
+  Run();
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGCHLD, SIGALRM, SIGPIPE}) {
+    EXPECT_EQ(1, sigismember(&blocked, number)) << number;
+  }
+  for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL}) {
+    EXPECT_EQ(0, sigismember(&blocked, number)) << number;
+  }
+}
+
+}  // namespace
