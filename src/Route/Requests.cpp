@@ -42,14 +42,7 @@ Link* RouteImpl::NewLink(unsigned int rate, SampleFormat format, unsigned int ch
     LOG_E("%s: Sink block is nullptr", name.c_str());
     return nullptr;
   }
-  if (sourceBlkOutEpIdx >= MAX_EPS) {
-    LOG_E("%s: Invalid source block output endpoint index %zu", name.c_str(), sourceBlkOutEpIdx);
-    return nullptr;
-  }
-  if (sinkBlkInEpIdx >= MAX_EPS) {
-    LOG_E("%s: Invalid sink block input endpoint index %zu", name.c_str(), sinkBlkInEpIdx);
-    return nullptr;
-  }
+  if (!EndpointsExist(sourceBlkOutEpIdx, sinkBlkInEpIdx)) return nullptr;
   Route::Action action;
   action.type = NEW_LINK;
   action.newLink.rate = rate;
@@ -62,6 +55,21 @@ Link* RouteImpl::NewLink(unsigned int rate, SampleFormat format, unsigned int ch
   action.newLink.sinkBlkInEpIdx = sinkBlkInEpIdx;
   ExecuteActions(&action, 1);
   return action.newLink.link;
+}
+
+bool RouteImpl::EndpointsExist(unsigned long out, unsigned long in) const {
+  // A part of NewLink, whoever asks; the records carry that name.
+  if (out >= MAX_EPS) {
+    ZELK_LOG_AS('E', "NewLink", "%s: Invalid source block output endpoint index %zu", name.c_str(),
+                out);
+    return false;
+  }
+  if (in >= MAX_EPS) {
+    ZELK_LOG_AS('E', "NewLink", "%s: Invalid sink block input endpoint index %zu", name.c_str(),
+                in);
+    return false;
+  }
+  return true;
 }
 
 int RouteImpl::Start() {
@@ -147,6 +155,10 @@ void RouteImpl::ExecuteActions(Route::Action* actions, unsigned long count) {
 }
 
 void RouteImpl::ExecuteNamed(Route::Action& action, NamedObjects& names) {
+  if (action.type == NEW_LINK &&
+      !EndpointsExist(action.newLink.sourceBlkOutEpIdx, action.newLink.sinkBlkInEpIdx)) {
+    return;
+  }
   Submit(&action, 1, &names);
 }
 

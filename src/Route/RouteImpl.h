@@ -61,7 +61,7 @@ class RouteImpl final : public Route {
   void Exit();
 
   /// Executes one action whose blocks or links are given by name. An action whose names no longer
-  /// resolve is not executed and keeps its preset results.
+  /// resolve, or whose endpoints cannot exist, is not executed and keeps its preset results.
   void ExecuteNamed(Route::Action& action, NamedObjects& names);
 
   // Looking. [any-thread]
@@ -80,6 +80,7 @@ class RouteImpl final : public Route {
   struct ActionPlus;
   friend void MainThread(RouteImpl* route);
 
+  bool EndpointsExist(unsigned long out, unsigned long in) const;
   void Submit(Route::Action* actions, unsigned long count, NamedObjects* names)
       ZELK_EXCLUDES(mutex);
   void SubmitBatch(std::list<std::shared_ptr<ActionPlus>>& batch) ZELK_EXCLUDES(mutex);

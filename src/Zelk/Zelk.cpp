@@ -3,6 +3,7 @@
 #include <zelk/Profile.h>
 
 #include <cstring>
+#include <new>
 
 #include "Log.h"
 #include "Thread.h"
@@ -36,6 +37,7 @@ ZelkImpl::ZelkImpl() : pid(getpid()) {
   vantrel_enable_options(VANTREL_SHORT | VANTREL_STDERR);
   vantrel_set_level(4);
   ReadProfile();
+  StartDebugThread();
 }
 
 void ZelkImpl::ReadProfile() {
@@ -67,6 +69,7 @@ ZelkImpl::~ZelkImpl() {
     AbandonInChild();
     return;
   }
+  EndDebugThread();
   for (;;) {
     std::shared_ptr<RouteImpl> route;
     Lock lock(mutex);
@@ -84,6 +87,8 @@ void ZelkImpl::AbandonInChild() {
   new std::list<std::shared_ptr<RouteImpl>>(std::move(routes));
   new std::list<std::shared_ptr<RingBuffer>>(std::move(fifos));
   new std::shared_ptr<std::thread>(std::move(debugThread));
+  // Its end would wait for waiters, which exist in the parent only.
+  new (&leaseEnded) std::condition_variable;
 }
 
 }  // namespace zelk

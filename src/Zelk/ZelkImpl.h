@@ -9,6 +9,7 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "RingBuffer/RingBuffer.h"
 #include "Route/NumberPool.h"
 #include "Route/RouteImpl.h"
+#include "Zelk/LocalSocket.h"
 
 namespace zelk {
 
@@ -66,9 +68,35 @@ class ZelkImpl final : public Zelk {
   friend void MainThread(ZelkImpl* zelk);
 
   void ReadProfile();
-  void DebugThreadLoop();
-  void EndDebugThread();
   void AbandonInChild() ZELK_TSA(no_thread_safety_analysis);
+
+  // The console's life (DebugServer.cpp): called by the constructor and the destructor.
+  void StartDebugThread();
+  void EndDebugThread();
+
+  // The server (DebugServer.cpp). [debug-thread]
+  void DebugThreadLoop();
+  bool Listen();
+  void ServeClient();
+  /// False when the text is blank, which gets no reply.
+  bool Answer(const char* text, std::string& reply);
+
+  // The commands (Commands.cpp, StatusReport.cpp): `args` stands behind the command word, `reply`
+  // is replaced. What one throws leaves its failure text in the reply. [debug-thread]
+
+  /// False when no command has that word; the reply is left alone then.
+  bool RunCommand(const std::string& word, std::stringstream& args, std::string& reply);
+  void OnCommand_status(std::stringstream& args, std::string& reply);
+  void OnCommand_newroute(std::stringstream& args, std::string& reply);
+  void OnCommand_newblock(std::stringstream& args, std::string& reply);
+  void OnCommand_newlink(std::stringstream& args, std::string& reply);
+  void OnCommand_start(std::stringstream& args, std::string& reply);
+  void OnCommand_stop(std::stringstream& args, std::string& reply);
+  void OnCommand_setparam(std::stringstream& args, std::string& reply);
+  void OnCommand_getparam(std::stringstream& args, std::string& reply);
+  void OnCommand_delete(std::stringstream& args, std::string& reply);
+  void OnCommand_loglevel(std::stringstream& args, std::string& reply);
+  void OnCommand_setdump(std::stringstream& args, std::string& reply);
 
   // The lists, newest first. Their entries die outside the lock: a route calls its client back.
   mutable Mutex mutex;
@@ -80,8 +108,17 @@ class ZelkImpl final : public Zelk {
 
   // Constant after construction.
   std::shared_ptr<std::thread> debugThread;
+  Doorbell bell;
+  bool belled = false;
   const pid_t pid;
   std::string dumpPath;
+
+  // Set by the destructor, which then rings the bell.
+  std::atomic<bool> exitFlag{false};
+
+  // Debug thread only; what it leaves open, the destructor closes after the join.
+  int listener = -1;
+  int client = -1;
 };
 
 }  // namespace zelk

@@ -5,10 +5,12 @@
 #include <vantrel.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 
 namespace test {
@@ -24,6 +26,7 @@ struct Trace {
   std::condition_variable changed;
   std::vector<Line> lines;
   int mirror = -1;
+  std::atomic<bool> console{false};
 };
 
 // Never destroyed: the library logs during static destruction.
@@ -77,6 +80,8 @@ void WaitFor(const std::string& wanted, int times) {
   ADD_FAILURE() << "never seen: " << wanted << "\nbut:\n" << seen.substr(0, 4000);
 }
 
+void TraceConsole(bool on) { TheTrace().console = on; }
+
 void MirrorTrace(int fd) {
   const std::lock_guard lock(TheTrace().mutex);
   TheTrace().mirror = fd;
@@ -94,6 +99,7 @@ extern "C" {
 
 void vantrel_print(int a, int b, int c, char level, const char* file, int line,
                    const char* function, const void* reserved, const char* format, ...) {
+  if (!test::TheTrace().console && std::strcmp(function, "DebugThreadLoop") == 0) return;
   char message[2048];
   va_list args;
   va_start(args, format);
@@ -121,7 +127,7 @@ int vantrel_disable_options(int mask) {
 
 int vantrel_set_file(const char* path) {
   test::Note(std::string("vantrel_set_file(") + (path == nullptr ? "null" : path) + ")");
-  return 0;
+  return path != nullptr && std::strncmp(path, "/missing/", 9) == 0 ? -1 : 0;
 }
 
 }  // extern "C"

@@ -78,7 +78,7 @@ int ScriptedBlock::SetParameter(unsigned int paramId, const std::vector<std::str
 }
 
 int ScriptedBlock::GetParameter(unsigned int paramId, std::vector<std::string>& params) {
-  params.push_back("value of " + std::to_string(paramId));
+  params = script.values.value_or(std::vector{"value of " + std::to_string(paramId)});
   return static_cast<int>(Hook("GetParameter", std::to_string(paramId)));
 }
 
