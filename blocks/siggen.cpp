@@ -29,8 +29,7 @@ enum class Signal { SINE, NOISE, IMPULSE, SILENCE };
 
 struct Settings {
   Signal signal;
-  double hz;
-  double dbfs = -20;
+  double hz, dbfs = -20;
   double seconds = 0;
 };
 
