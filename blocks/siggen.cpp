@@ -29,8 +29,7 @@ enum class Signal { SINE, NOISE, IMPULSE, SILENCE };
 
 struct Settings {
   Signal signal;
-  double hz;
-  double dbfs = -20;
+  double hz, dbfs = -20;
   double seconds = 0;
 };
 
@@ -135,7 +134,6 @@ ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<st
     LOG_E("siggen takes sine, noise, impulse or silence, then HZ, DBFS and SECONDS");
     return nullptr;
   }
-
   Settings settings{static_cast<Signal>(signal - SIGNALS), *signal == SIGNALS[2] ? 1.0 : 440.0};
   const auto number = [&args](std::size_t i, const char* what, double min, double max, double& to) {
     if (i >= args.size()) return true;
