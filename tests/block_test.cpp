@@ -121,7 +121,7 @@ TEST_F(Blocks, ReadyNeedsEveryInputAndEmptyAnyOutput) {
   auto block = Make();
   EXPECT_TRUE(block->ActiveInEpsDataIsReady());
   EXPECT_FALSE(block->ActiveOutEpsDataIsEmpty());
-  for (const std::size_t i : {2, 9}) {
+  for (const std::size_t i : {std::size_t{2}, std::size_t{9}}) {
     block->BaseOnInEpLinked(i);
     block->BaseOnOutEpLinked(i);
   }

@@ -1,24 +1,17 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <limits>
-#include <memory>
 #include <numeric>
 #include <stdexcept>
 
-#include "Link/Link.h"
-#include "support/LogRecorder.h"
-#include "support/ScriptedBlock.h"
+#include "support/LinkTest.h"
 
 namespace {
 
-using test::ScriptedBlock;
-using test::Scripts;
-using test::TakeTrace;
-using Lines = std::vector<std::string>;
+using namespace test;
 using zelk::SampleFormat;
+
+class Links : public LinkTest {};
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool ALLOCATION_MAY_FAIL = false;
@@ -28,39 +21,6 @@ constexpr bool ALLOCATION_MAY_FAIL =
 #else
 constexpr bool ALLOCATION_MAY_FAIL = true;
 #endif
-
-class Links : public ::testing::Test {
- protected:
-  void SetUp() override {
-    Scripts().clear();
-    Make();
-  }
-  // Blocks read their scripts when they are made.
-  void Make() {
-    source = std::make_unique<ScriptedBlock>("src", true, false);
-    sink = std::make_unique<ScriptedBlock>("dst", false, true);
-    source->SetName("RouteA", "src_0", &noDump);
-    sink->SetName("RouteA", "dst_0", &noDump);
-    out = source->OutEp(3);
-    in = sink->InEp(5);
-    TakeTrace();
-  }
-  std::unique_ptr<zelk::Link> NewLink(SampleFormat format, unsigned channels, long samples,
-                                      const char* name = "lnk_0") {
-    return std::make_unique<zelk::Link>("RouteA", name, 48000, format, channels, samples);
-  }
-  void ExpectInactive() {
-    EXPECT_FALSE(out->IsActive());
-    EXPECT_FALSE(in->IsActive());
-    EXPECT_TRUE(source->ActiveOutEps().empty());
-    EXPECT_TRUE(sink->ActiveInEps().empty());
-  }
-
-  const std::string noDump;
-  std::unique_ptr<ScriptedBlock> source, sink;
-  zelk::OutputEndpoint* out = nullptr;
-  zelk::InputEndpoint* in = nullptr;
-};
 
 TEST(SampleFormats, HaveTheirSizesAndNames) {
   const struct {
@@ -232,99 +192,6 @@ TEST_F(Links, DisconnectTellsTheSourceFirstAndKeepsTheDescriptors) {
   deleted.push_back("I src/Link ~Link: RouteA: lnk_0: Deleted");
   EXPECT_EQ(deleted, TakeTrace());
   ExpectInactive();
-}
-
-TEST_F(Links, ResizeToTheSameSizeKeepsEvenEditedDescriptors) {
-  auto link = NewLink(zelk::S16_LE, 2, 480);
-  ASSERT_EQ(0, link->Connect(out, in));
-  out->FB()->data = nullptr;
-  in->FB()->samplesPerFrame = 7;
-  out->Resize(480);
-  EXPECT_EQ(nullptr, out->FB()->data);
-  EXPECT_EQ(7, in->FB()->samplesPerFrame);
-}
-
-TEST_F(Links, ResizeKeepsOldBytesZeroesNewOnesAndTellsBothEnds) {
-  auto link = NewLink(zelk::S16_LE, 2, 2);
-  ASSERT_EQ(0, link->Connect(out, in));
-  std::fill_n(out->FB()->data, 8, std::uint8_t{0xAA});
-  out->FB()->validSamples = 2;
-  out->FB()->timestamp = 1234;
-  out->Resize(1);
-  out->Resize(5000);
-  for (const auto* fb : {out->FB(), in->FB()}) {
-    EXPECT_EQ(out->FB()->data, fb->data);
-    EXPECT_EQ(5000, fb->samplesPerFrame);
-  }
-  EXPECT_EQ(2, out->FB()->validSamples);
-  EXPECT_EQ(1234, out->FB()->timestamp);
-  EXPECT_EQ(0, in->FB()->validSamples);
-  EXPECT_EQ(4 * 0xAA, std::accumulate(out->FB()->data, out->FB()->data + 20000, 0));
-}
-
-TEST_F(Links, PublishingResizeCopiesExactlyOneFrameOfEveryFormat) {
-  const std::size_t bytes[] = {1, 2, 2, 4, 4, 3, 3, 4, 4, 0};
-  for (std::uint32_t format = 0; format < 10; ++format) {
-    auto link = NewLink(static_cast<SampleFormat>(format), 2, 1);
-    ASSERT_EQ(0, link->Connect(out, in));
-    std::vector<std::uint8_t> frame(100 * 2 * bytes[format]);  // a byte too many is out of bounds
-    std::iota(frame.begin(), frame.end(), std::uint8_t{1});
-    out->Resize(100, frame.data(), 77);
-    EXPECT_TRUE(std::equal(frame.begin(), frame.end(), out->FB()->data)) << format;
-    EXPECT_EQ(100, out->FB()->validSamples);
-    EXPECT_EQ(77, out->FB()->timestamp);
-    EXPECT_EQ(100, in->FB()->samplesPerFrame);
-    EXPECT_EQ(0, in->FB()->validSamples);
-    EXPECT_EQ(-1, in->FB()->timestamp);
-  }
-}
-
-TEST_F(Links, PublishingResizeTakesItsOwnBufferAndNull) {
-  auto link = NewLink(zelk::BYTE, 1, 8);
-  ASSERT_EQ(0, link->Connect(out, in));
-  std::iota(out->FB()->data, out->FB()->data + 8, std::uint8_t{0});
-  out->Resize(6, out->FB()->data + 2, 5);  // overlapping
-  EXPECT_EQ((std::vector<std::uint8_t>{2, 3, 4, 5, 6, 7}),
-            std::vector<std::uint8_t>(out->FB()->data, out->FB()->data + 6));
-  out->Resize(100000, out->FB()->data + 3, 5);  // the buffer moves; only 3 bytes are there to copy
-  EXPECT_EQ((std::vector<std::uint8_t>{5, 6, 7}),
-            std::vector<std::uint8_t>(out->FB()->data, out->FB()->data + 3));
-  out->Resize(3, nullptr, 9);
-  EXPECT_EQ(3, out->FB()->validSamples);
-  EXPECT_EQ(9, out->FB()->timestamp);
-  EXPECT_EQ(5, out->FB()->data[0]);
-}
-
-TEST_F(Links, ResizeThatCannotBeDoneChangesNothing) {
-  source->OutEp(9)->Resize(10);  // inactive
-  source->OutEp(9)->Resize(10, nullptr, 1);
-  EXPECT_EQ(0, source->Out(9)->samplesPerFrame);
-  EXPECT_EQ(0, source->Out(9)->validSamples);
-
-  auto link = NewLink(zelk::S16_LE, 2, 4);
-  ASSERT_EQ(0, link->Connect(out, in));
-  out->FB()->data[0] = 42;
-  TakeTrace();
-  const std::uint8_t bytes[4] = {};
-  for (const long samples : {-1L, std::numeric_limits<long>::min(), 1L << 62}) {
-    out->Resize(samples);
-    out->Resize(samples, bytes, 5);
-    EXPECT_EQ(2u, TakeTrace("E").size()) << samples;
-    EXPECT_EQ(4, out->FB()->samplesPerFrame);
-    EXPECT_EQ(0, out->FB()->validSamples);
-    EXPECT_EQ(-1, out->FB()->timestamp);
-    EXPECT_EQ(42, out->FB()->data[0]);
-  }
-}
-
-TEST_F(Links, PublishingResizeStaysInsideTheBufferOfAWildDescriptor) {
-  auto link = NewLink(zelk::BYTE, 1, 4);
-  ASSERT_EQ(0, link->Connect(out, in));
-  const std::vector<std::uint8_t> bytes(4 * 1000 * 4, 1);
-  out->FB()->channels = 1000;
-  out->FB()->format = zelk::S32_LE;
-  out->Resize(4, bytes.data(), 1);  // 16000 bytes by the descriptor, 4 in the link
-  EXPECT_EQ(4, out->FB()->samplesPerFrame);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <filesystem>
-#include <stdexcept>
 
 #include "support/RouteTest.h"
 
@@ -12,43 +10,7 @@ namespace {
 using namespace test;
 namespace fs = std::filesystem;
 
-std::string Edit(const std::string& levelFunctionAndText) {
-  return levelFunctionAndText.substr(0, 2) + "src/Route " + levelFunctionAndText.substr(2);
-}
-
-bool IsLoaded(const char* file) {
-  void* handle = dlopen(file, RTLD_LAZY | RTLD_NOLOAD);
-  if (handle != nullptr) dlclose(handle);
-  return handle != nullptr;
-}
-
-std::string PathOf(const char* file) {
-  return std::string(TEST_BLOCK_FOLDER) + "/" + file;
-}
-
-class GraphEdit : public RouteTest {
- protected:
-  std::string NameOf(const char* file) {
-    auto* block = New("b", true, true, file);
-    return block == nullptr ? "null" : block->Name();
-  }
-};
-
-TEST_F(GraphEdit, BlocksAreNamedAfterTheirFileAndTheLowestFreeNumber) {
-  EXPECT_EQ("scripted_0", NameOf("scripted.so"));
-  EXPECT_EQ("scripted_1", NameOf("libscripted.so"));
-  EXPECT_EQ("scripted_2", NameOf("libscripted.so.1"));
-  EXPECT_EQ("scripted_3", NameOf("scripted.dylib"));
-  EXPECT_EQ("scripted.so_0", NameOf("scripted.so.so"));
-  EXPECT_EQ(PathOf("libscripted") + "_0", NameOf(PathOf("libscripted.so").c_str()));
-  Scripts()["b"].subname = "L";
-  int asked = 0;
-  Scripts()["b"].on["Subname"] = [&](ScriptedBlock*) { return ++asked; };
-  EXPECT_EQ("scripted_L_0", NameOf("scripted.so"));
-  asked = 0;
-  EXPECT_EQ("scripted_L_1", NameOf("scripted.so"));
-  EXPECT_LE(2, asked);
-}
+class GraphEdit : public RouteTest {};
 
 TEST_F(GraphEdit, NumbersOfDeletedBlocksAndLinksAreTakenAgain) {
   auto* a = New("a", true, false);
@@ -64,79 +26,6 @@ TEST_F(GraphEdit, NumbersOfDeletedBlocksAndLinksAreTakenAgain) {
       (Lines{"I src/Link Connect: RouteA: lnk_0: Created scripted_0(O00) --> (I00)scripted_2",
              "I src/Link Connect: RouteA: lnk_2: Created scripted_0(O02) --> (I02)scripted_2"}),
       With(TakeTrace("I"), "lnk_"));
-}
-
-TEST_F(GraphEdit, ARequestForABlockIsLoggedWithItsArguments) {
-  route->NewBlock("scripted.so", true, false, {"b", "", "-3 %d%n"});
-  EXPECT_EQ((Lines{Edit("D ProcessActions: RouteA: Processing action 'NEW_BLOCK'"),
-                   Edit("D NewBlock_l: RouteA: soFileName=scripted.so, first=1, last=0"),
-                   Edit("D NewBlock_l: RouteA: args[0]=b"), Edit("D NewBlock_l: RouteA: args[1]="),
-                   Edit("D NewBlock_l: RouteA: args[2]=-3 %d%n"),
-                   "I src/Block SetName: RouteA: scripted_0: Created", STOPPED}),
-            TakeTrace());
-}
-
-TEST_F(GraphEdit, FilesThatAreNoPluginsAreRefusedWithTheReason) {
-  const std::string invalid = "Invalid so file name";
-  const struct {
-    const char* file;
-    std::string error;
-  } cases[] = {
-      {"", invalid},
-      {"gain", invalid},
-      {".so", invalid},
-      {"so", invalid},
-      {"lib.so", invalid},
-      {"lib.dylib", invalid},
-      {".dylib", invalid},
-      {"x.dyl", invalid},
-      {"scripted.SO", invalid},
-      {"scripted_so", invalid},
-      {"missing.so", "Can't open missing.so"},
-      {"missing.dylib", "Can't open missing.dylib"},
-      {"%n%s.so", "Can't open %n%s.so"},
-      {"nocreate.so", "Can't find 'CreateBlock' function in nocreate.so"},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(nullptr, New("b", true, true, c.file)) << c.file;
-    EXPECT_EQ((Lines{Edit("E NewBlock_l: RouteA: " + c.error)}), TakeTrace("E")) << c.file;
-  }
-  EXPECT_FALSE(IsLoaded(PathOf("nocreate.so").c_str()));
-}
-
-TEST_F(GraphEdit, APluginThatMakesNoBlockIsClosedAgain) {
-  Scripts()["null"].on["CreateBlock"] = [](ScriptedBlock*) { return -1; };
-  Scripts()["throws"].on["CreateBlock"] = [](ScriptedBlock*) -> long {
-    throw std::runtime_error("no");
-  };
-  EXPECT_EQ(nullptr, New("null", true, true));
-  EXPECT_EQ((Lines{Edit("E NewBlock_l: RouteA: CreateBlock() returns nullptr")}), TakeTrace("E"));
-  EXPECT_EQ(nullptr, New("throws", true, true));
-  EXPECT_LE(1u, TakeTrace("E").size());
-  EXPECT_FALSE(IsLoaded(PathOf("scripted.so").c_str()));
-  EXPECT_NE(nullptr, New("b", true, true));
-}
-
-TEST_F(GraphEdit, PluginsStayLoadedUntilTheRouteGoes) {
-  const std::string file = PathOf("resident.so");
-  auto* block = route->NewBlock("resident.so", true, true, {});
-  ASSERT_NE(nullptr, block);
-  EXPECT_EQ(0, route->Delete(block));
-  EXPECT_TRUE(IsLoaded(file.c_str()));
-  route->NewBlock("resident.so", true, true, {});
-  route->NewBlock("resident.so", true, true, {});
-  EXPECT_EQ(0, route->Start());
-  zelk::Zelk::Instance()->DeleteRoute(route);  // with blocks whose code lies in the file
-  route = nullptr;
-  EXPECT_FALSE(IsLoaded(file.c_str()));
-}
-
-TEST_F(GraphEdit, TheBlocksOwnFlagsDecideWhatItIs) {
-  Scripts()["b"].first = true;
-  Scripts()["b"].on["ProcessFrame"] = Results({});
-  auto* block = New("b", false, true);
-  EXPECT_TRUE(block->First());
-  EXPECT_EQ(1, CountOf(Run(), "b.ProcessFrame"));
 }
 
 TEST_F(GraphEdit, LinksNeedBlocksOfThisRouteAndValidPorts) {
@@ -166,9 +55,9 @@ TEST_F(GraphEdit, LinksNeedBlocksOfThisRouteAndValidPorts) {
     EXPECT_EQ(nullptr, action.newLink.link);
     const auto errors = TakeTrace("E");
     ASSERT_EQ(1u, errors.size());
-    EXPECT_EQ(0u, errors[0].find(Edit("E NewLink_l: RouteA: ") + c.begin)) << errors[0];
+    EXPECT_EQ(0u, errors[0].find(Record("E NewLink_l: RouteA: ") + c.begin)) << errors[0];
     EXPECT_EQ(errors[0].size() - c.end.size(), errors[0].rfind(c.end)) << errors[0];
-    EXPECT_TRUE(!c.end.empty() || errors[0] == Edit("E NewLink_l: RouteA: ") + c.begin);
+    EXPECT_TRUE(!c.end.empty() || errors[0] == Record("E NewLink_l: RouteA: ") + c.begin);
   }
   zelk::Zelk::Instance()->DeleteRoute(other);
 }
@@ -214,7 +103,7 @@ TEST_F(GraphEdit, DeletingABlockDeletesItsLinksInputsFirst) {
   for (void* instance :
        {static_cast<void*>(middle), static_cast<void*>(kept), static_cast<void*>(&unknown)}) {
     EXPECT_EQ(-20, route->Delete(instance));
-    EXPECT_EQ((Lines{Edit("E Delete_l: RouteA: No instance ") + PointerText(instance)}),
+    EXPECT_EQ((Lines{Record("E Delete_l: RouteA: No instance ") + PointerText(instance)}),
               TakeTrace("E"));
   }
   EXPECT_EQ(-20, route->Delete(nullptr));
@@ -240,7 +129,7 @@ TEST_F(GraphEdit, DeleteAllDeletesLinksThenBlocksInAddressOrder) {
   TakeTrace();
   EXPECT_EQ(0, route->DeleteAll());
   EXPECT_EQ(wanted, With(TakeTrace("I"), "Deleted"));
-  EXPECT_EQ("scripted_0", NameOf("scripted.so"));
+  EXPECT_EQ("scripted_0", New("b", true, true)->Name());
 }
 
 TEST_F(GraphEdit, ParametersAndResetsReachTheBlockAndBringItsResultBack) {
@@ -254,13 +143,13 @@ TEST_F(GraphEdit, ParametersAndResetsReachTheBlockAndBringItsResultBack) {
   EXPECT_EQ(-9, route->GetParameter(block, 2, texts));
   EXPECT_EQ((std::vector<std::string>{"kept", "value of 2"}), texts);
   EXPECT_EQ(0, route->Reset(block));
-  EXPECT_EQ(
-      (Lines{Edit("I SetParam_l: RouteA: Setting parameter id 4294967295 to scripted_0"),
-             "b.SetParameter 4294967295 x y z",
-             Edit("I SetParam_l: RouteA: Setting parameter id 1 to scripted_0"), "b.SetParameter 1",
-             Edit("I GetParam_l: RouteA: Getting parameter 2 from block scripted_0"),
-             "b.GetParameter 2", "b.Reset"}),
-      TakeTrace("EI"));
+  EXPECT_EQ((Lines{Record("I SetParam_l: RouteA: Setting parameter id 4294967295 to scripted_0"),
+                   "b.SetParameter 4294967295 x y z",
+                   Record("I SetParam_l: RouteA: Setting parameter id 1 to scripted_0"),
+                   "b.SetParameter 1",
+                   Record("I GetParam_l: RouteA: Getting parameter 2 from block scripted_0"),
+                   "b.GetParameter 2", "b.Reset"}),
+            TakeTrace("EI"));
 }
 
 TEST_F(GraphEdit, ParametersAndResetsOfABlockOfAnotherRouteAreRefused) {
@@ -273,9 +162,9 @@ TEST_F(GraphEdit, ParametersAndResetsOfABlockOfAnotherRouteAreRefused) {
   EXPECT_EQ(-20, route->Reset(foreign));
   const auto trace = TakeTrace("E");
   ASSERT_EQ(3u, trace.size());
-  EXPECT_EQ(Edit("E SetParam_l: RouteA: Block ") + PointerText(foreign) + " doesn't exist",
+  EXPECT_EQ(Record("E SetParam_l: RouteA: Block ") + PointerText(foreign) + " doesn't exist",
             trace[0]);
-  EXPECT_EQ(Edit("E GetParam_l: RouteA: Block scripted_0 doesn't exist"), trace[1]);
+  EXPECT_EQ(Record("E GetParam_l: RouteA: Block scripted_0 doesn't exist"), trace[1]);
   EXPECT_NE(std::string::npos, trace[2].find(": RouteA: Block scripted_0 doesn't exist"));
   EXPECT_TRUE(texts.empty());
   zelk::Zelk::Instance()->DeleteRoute(other);
@@ -295,16 +184,16 @@ TEST_F(GraphEdit, DumpsAreSwitchedOnSuspendedAndClosed) {
   route->SetDump(folder.c_str());
   route->SetDump("");
   route->SetDump((folder + "/").c_str());
-  EXPECT_EQ((Lines{Edit("I SetDump_l: RouteA: Enabled dumping data to ") + folder + "/",
-                   Edit("I SetDump_l: RouteA: Enabled dumping data to "),
-                   Edit("I SetDump_l: RouteA: Enabled dumping data to ") + folder + "/"}),
+  EXPECT_EQ((Lines{Record("I SetDump_l: RouteA: Enabled dumping data to ") + folder + "/",
+                   Record("I SetDump_l: RouteA: Enabled dumping data to "),
+                   Record("I SetDump_l: RouteA: Enabled dumping data to ") + folder + "/"}),
             TakeTrace("EI"));
   Run();
   Run();
   route->SetDump("");  // nothing is written, nothing closed
   Run();
   route->SetDump(nullptr);
-  EXPECT_EQ(Edit("I SetDump_l: RouteA: Disabled dumping data"), TakeTrace("EI").back());
+  EXPECT_EQ(Record("I SetDump_l: RouteA: Disabled dumping data"), TakeTrace("EI").back());
   EXPECT_EQ(8u, fs::file_size(file));
   Run();
   EXPECT_EQ(8u, fs::file_size(file));

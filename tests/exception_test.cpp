@@ -1,0 +1,102 @@
+// Exceptions of plug-ins and hosts end at the boundary that they came through.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "support/RouteTest.h"
+
+namespace {
+
+using namespace test;
+
+long ThrowError(ScriptedBlock*) {
+  throw std::runtime_error("a plug-in's error");
+}
+long ThrowNumber(ScriptedBlock*) {
+  throw 42;
+}
+const std::function<long(ScriptedBlock*)> THROWERS[] = {ThrowError, ThrowNumber};
+
+class Exceptions : public RouteTest {};
+
+TEST_F(Exceptions, ThrownInAHookIsItsGeneralFailure) {
+  std::vector<std::string> texts;
+  const std::map<std::string, std::function<int()>> cases = {
+      {"Start", [&] { return route->Start(); }},
+      {"OnOutEpLinked", [&] { return Join(src, 5, dst, 5) == nullptr ? -20 : 0; }},
+      {"SetParameter", [&] { return route->SetParameter(src, 1, {}); }},
+      {"GetParameter", [&] { return route->GetParameter(src, 1, texts); }},
+  };
+  for (const auto& thrower : THROWERS) {
+    for (const auto& [hook, call] : cases) {
+      Scripts()["src"].on[hook] = thrower;
+      src = New("src", true, false);
+      dst = New("dst", false, true);
+      EXPECT_EQ(-20, call()) << hook;
+      ExpectUsable();
+    }
+  }
+}
+
+TEST_F(Exceptions, ThrownInAHookThatCannotRefuseChangesNothing) {
+  for (const auto& thrower : THROWERS) {
+    for (const char* hook : {"OnInEpUnlinked", "OnOutEpUnlinked", "Reset"}) {
+      Scripts()["src"].on[hook] = Scripts()["dst"].on[hook] = thrower;
+    }
+    src = New("src", true, false);
+    dst = New("dst", false, true);
+    auto* link = Join(src, 0, dst, 0);
+    src->Out(0)->validSamples = 5;
+    EXPECT_EQ(0, route->Reset(src));
+    EXPECT_EQ(0, src->Out(0)->validSamples);
+    EXPECT_EQ(0, route->Delete(link));
+    EXPECT_FALSE(src->OutEp(0)->IsActive() || dst->InEp(0)->IsActive());
+    ExpectUsable();
+    Scripts()["b"].on["Subname"] = thrower;
+    New("b", true, true);
+    ExpectUsable();
+  }
+}
+
+TEST_F(Exceptions, ThrownInAFrameFailsThatFrameAndResetsEveryBlock) {
+  for (const auto& thrower : THROWERS) {
+    Scripts()["src"].on["ProcessFrame"] = thrower;
+    Scripts()["src"].on["Reset"] = Scripts()["dst"].on["Reset"] = thrower;
+    MakePair();
+    const auto trace = Run();
+    EXPECT_EQ(
+        1,
+        CountOf(trace, "E src/Route MainThreadLoop: RouteA: scripted_0: Process frame failed -20"));
+    EXPECT_EQ((Lines{"OnStarted", "OnStopped 1"}), With(trace, "OnSt"));
+    EXPECT_EQ(2u, With(trace, ".Reset").size());
+    ExpectUsable();
+  }
+}
+
+TEST_F(Exceptions, ThrownInStopIsARefusal) {
+  int left = 1;
+  Scripts()["b"].quietFrames = true;
+  Scripts()["b"].on["Stop"] = [&](ScriptedBlock*) { return left-- > 0 ? ThrowError(nullptr) : 0; };
+  New("b", true, true);
+  EXPECT_EQ(0, route->Start());
+  EXPECT_EQ(-20, route->Stop());
+  EXPECT_EQ(0, route->Stop());
+}
+
+TEST_F(Exceptions, ThrownInACallbackIsLoggedAndEndsThere) {
+  Scripts()["b"].on["ProcessFrame"] = Results({0});
+  New("b", true, true);
+  for (const char* callback : {"OnStarted", "OnStopped", "OnExit"}) {
+    callbacks.on[callback] = [] { throw std::runtime_error("a host's error"); };
+  }
+  EXPECT_EQ((Lines{"b.Start", "OnStarted",
+                   "E src/Route OnStarted: RouteA: OnStarted threw: a host's error",
+                   "b.ProcessFrame", "b.ProcessFrame", "b.Stop", "OnStopped 0",
+                   "E src/Route OnStopped: RouteA: OnStopped threw: a host's error"}),
+            Run("E"));
+  zelk::Zelk::Instance()->DeleteRoute(route);
+  route = nullptr;
+  EXPECT_EQ(1u, With(TakeTrace("E"), "E src/Route").size());
+}
+
+}  // namespace

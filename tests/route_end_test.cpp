@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "support/RouteTest.h"
+
+namespace {
+
+using namespace test;
+using zelk::Block;
+using zelk::Route;
+
+class RouteEnd : public RouteTest {};
+
+TEST_F(RouteEnd, DeletingARunningRouteStopsEmptiesAndEndsItInThatOrder) {
+  Scripts()["src"].quietFrames = Scripts()["dst"].quietFrames = true;
+  MakePair();
+  EXPECT_EQ(0, route->Start());
+  TakeTrace();
+  const bool srcIsLower = std::less<Block*>()(src, dst);
+  const std::string low = srcIsLower ? "src" : "dst", high = srcIsLower ? "dst" : "src";
+  const std::string lowName = srcIsLower ? "0" : "1", highName = srcIsLower ? "1" : "0";
+  zelk::Zelk::Instance()->DeleteRoute(route);
+  route = nullptr;
+  EXPECT_EQ(
+      (Lines{Processing("STOP"),
+             "I src/Route Stop_l: RouteA: Stopping",
+             low + ".Stop",
+             high + ".Stop",
+             "I src/Route Stop_l: RouteA: Stopped",
+             "OnStopped 0",
+             STOPPED,
+             Processing("DELETE_ALL"),
+             "D src/Block BaseOnOutEpUnlinked: RouteA: scripted_0: Output endpoint 0 unlinked",
+             "src.OnOutEpUnlinked 0",
+             "D src/Block BaseOnInEpUnlinked: RouteA: scripted_1: Input endpoint 0 unlinked",
+             "dst.OnInEpUnlinked 0",
+             "I src/Link ~Link: RouteA: lnk_0: Deleted",
+             low + ".~",
+             "I src/Block ~Block: RouteA: scripted_" + lowName + ": Deleted",
+             high + ".~",
+             "I src/Block ~Block: RouteA: scripted_" + highName + ": Deleted",
+             STOPPED,
+             Processing("EXIT"),
+             "OnExit",
+             "I src/Route Preprocess: RouteA: Status is EXIT",
+             "I src/Route ~RouteImpl: RouteA: Deleted"}),
+      TakeTrace("EWID"));
+}
+
+TEST_F(RouteEnd, ARouteWithoutCallbacksLivesAndDiesToo) {
+  auto* quiet = zelk::Zelk::Instance()->NewRoute("RouteB", nullptr);
+  Scripts()["b"].on["ProcessFrame"] = Results({0});
+  EXPECT_NE(nullptr, quiet->NewBlock("scripted.so", true, true, {"b"}));
+  EXPECT_EQ(0, quiet->Start());
+  WaitFor("I src/Route Stop_l: RouteB: Stopped");
+  zelk::Zelk::Instance()->DeleteRoute(quiet);
+  EXPECT_EQ(1, CountOf(TakeTrace(), "I src/Route ~RouteImpl: RouteB: Deleted"));
+}
+
+// A route whose thread has ended can never be deleted, so each of these has a process of its own,
+// which ends without the exit handlers that would wait for the route.
+[[noreturn]] void EndProcess(bool well) {
+  if (well) std::fputs("as expected", stderr);
+  raise(SIGKILL);
+  std::abort();
+}
+
+[[noreturn]] void ExitTheRoute() {
+  NotingCallbacks callbacks;
+  callbacks.on["OnExit"] = NoteTheEndOfThisThread;
+  auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", &callbacks);
+  TakeTrace();
+  Route::Action batch[2];
+  batch[0].type = Route::EXIT;
+  batch[1].type = Route::DELETE_ALL;
+  batch[1].deleteAll.ret = -20;
+  route->ExecuteActions(batch, 2);
+  WaitFor("thread ended");
+  const Lines wanted = {Processing("EXIT"), "OnExit", Processing("DELETE_ALL"),
+                        "I src/Route Preprocess: RouteA: Status is EXIT", "thread ended"};
+  Lines trace = TakeTrace();
+  if (trace.size() == 6) trace.erase(trace.begin());  // STOPPED, if the thread was quick
+  EXPECT_EQ(wanted, trace);
+  EndProcess(trace == wanted && batch[1].deleteAll.ret == 0);
+}
+
+TEST(RouteEndDeathTest, AnExitActionEndsTheThreadAfterOnExit) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(ExitTheRoute(), ::testing::KilledBySignal(SIGKILL), "as expected");
+}
+
+[[noreturn]] void RefuseToStartWhileRunning() {
+  Scripts()["b0"].on["ProcessFrame"] = Pace;
+  Scripts()["refusing"].on["Start"] = [](ScriptedBlock*) {
+    NoteTheEndOfThisThread();
+    return -5L;
+  };
+  auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
+  route->NewBlock("scripted.so", true, true, {"b0"});
+  route->Start();
+  route->NewBlock("scripted.so", true, true, {"refusing"});
+  WaitFor("thread ended");
+  EndProcess(CountOf(TakeTrace(), STOPPING) == 0);
+}
+
+TEST(RouteEndDeathTest, AnyOtherRefusalToStartWhileRunningEndsTheThread) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(RefuseToStartWhileRunning(), ::testing::KilledBySignal(SIGKILL), "as expected");
+}
+
+}  // namespace
