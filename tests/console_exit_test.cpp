@@ -118,7 +118,7 @@ TEST(ConsoleStart, TakesTheSocketOverFromACrashedHost) {
 }
 
 TEST(ConsoleStart, GivesTheSocketToItsOwnerFromItsFirstMoment) {
-  for (const mode_t mask : {0000, 0022, 0277, 0777}) {
+  for (const mode_t mask : {0000u, 0022u, 0277u, 0777u}) {
     ASSERT_FALSE(SocketExists());
     Host host([&] { umask(mask); });
     struct stat file;
