@@ -78,7 +78,11 @@ int ScriptedBlock::SetParameter(unsigned int paramId, const std::vector<std::str
 }
 
 int ScriptedBlock::GetParameter(unsigned int paramId, std::vector<std::string>& params) {
-  params = script.values.value_or(std::vector{"value of " + std::to_string(paramId)});
+  if (script.values) {
+    params = *script.values;
+  } else {
+    params.push_back("value of " + std::to_string(paramId));
+  }
   return static_cast<int>(Hook("GetParameter", std::to_string(paramId)));
 }
 
