@@ -48,7 +48,7 @@ Outcome Session::Execute(const std::string& line) const {
   if (words[0] == "status" && words.size() > 1 && words[1] == "--json") return StatusJson();
   const Command* command = FindCommand(words[0]);
   if (command && command->local) return Complaint("'" + words[0] + "' does not work here");
-  return Forward(line, words[0]);
+  return Forward(JoinWords(words), words[0]);
 }
 
 Outcome Session::Forward(const std::string& line, const std::string& word) const {

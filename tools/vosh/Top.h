@@ -25,9 +25,7 @@ bool RunTopScreen(const Session& session, const TopOptions& options, Result& res
 /// Polls a host and keeps the state that is shown up to date.
 class TopPoller {
  public:
-  TopPoller(const Session& host, double interval) : session(host) {
-    state.interval = interval;
-  }
+  TopPoller(const Session& host, double interval) : session(host) { state.interval = interval; }
 
   /// One poll, over a connection of its own. Leaves the state as it was when nothing answers.
   Outcome Poll();

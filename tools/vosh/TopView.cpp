@@ -37,10 +37,10 @@ std::string Title(const TopState& state) {
   const auto running =
       std::count_if(state.report.routes.begin(), state.report.routes.end(),
                     [](const RouteStatus& route) { return route.state == "RUNNING"; });
-  return "vosh top " + ClockText(state.at) +
-         Format("   %zu routes, %ld running   %zu FIFOs   every %g s   by %s%s",
+  return "vosh top " + ClockText(state.at) + (state.paused ? " PAUSED" : "") +
+         Format("   %zu routes, %ld running   %zu FIFOs   every %g s   by %s",
                 state.report.routes.size(), static_cast<long>(running), state.report.fifos.size(),
-                state.interval, OrderName(state.order), state.paused ? "   PAUSED" : "");
+                state.interval, OrderName(state.order));
 }
 
 TopLine RouteLine(const TopState& state, const RouteStatus& route) {
