@@ -69,7 +69,9 @@ Outcome Session::Forward(const std::string& line, const std::string& word) const
 
 Outcome Session::Status(StatusReport& report) const {
   Outcome outcome = Forward("status", "status");
-  if (outcome.result == SUCCESS) report = ParseStatus(std::exchange(outcome.text, {}));
+  if (outcome.result != SUCCESS) return outcome;
+  report = ParseStatus(std::exchange(outcome.text, {}));
+  if (observer) observer(report);
   return outcome;
 }
 

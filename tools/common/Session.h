@@ -4,6 +4,7 @@
 #include <functional>
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Client.h"
@@ -43,6 +44,9 @@ class Session {
   /// Asks for the status report; the outcome's text is empty on success.
   Outcome Status(StatusReport& report) const;
 
+  /// From now on hands every status report that is received to `observe`, also those of `wait`.
+  void Observe(std::function<void(const StatusReport&)> observe) { observer = std::move(observe); }
+
   const Client& GetClient() const { return client; }
 
  private:
@@ -53,6 +57,7 @@ class Session {
 
   Client client;
   std::ostream* progress;
+  std::function<void(const StatusReport&)> observer;
 };
 
 /// A complaint of the client's own.

@@ -40,7 +40,10 @@ void PrintSummary(const StatusReport& report) {
 Host::Host(const Options& wanted, int signalFd)
     : options(wanted),
       session(Client(Client::Milliseconds(0), signalFd)),
-      cleanUp(Client(kCleanUpTime)) {}
+      cleanUp(Client(kCleanUpTime)) {
+  // A script may wait for a route and delete it: what it did counts all the same.
+  session.Observe([this](const StatusReport& report) { Remember(report); });
+}
 
 Status Host::Run() {
   if (!WaitForConsole()) {
@@ -94,10 +97,7 @@ Status Host::ServeUntilStopped() {
   StatusReport report;
   for (int over = 0; over < 2;) {
     const Outcome outcome = session.Status(report);
-    if (outcome.result == vosh::SUCCESS) {
-      Remember(report);
-      over = IsOver(report) ? over + 1 : 0;
-    }
+    if (outcome.result == vosh::SUCCESS) over = IsOver(report) ? over + 1 : 0;
     if (outcome.result == vosh::CANCELLED || !session.GetClient().Pause(kInterval)) break;
   }
   return Judge(report);

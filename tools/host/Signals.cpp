@@ -9,12 +9,14 @@ namespace zelk_host {
 
 namespace {
 
+constexpr int kEnding[] = {SIGINT, SIGTERM, SIGHUP};
+
 int pipeEnds[2] = {-1, -1};
 
 sigset_t EndingSignals() {
   sigset_t set;
   sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+  for (const int signal : kEnding)
     sigaddset(&set, signal);
   return set;
 }
@@ -48,7 +50,7 @@ int CatchSignals() {
   action.sa_handler = OnSignal;
   // Once each: should an ending route hang, the next signal ends the process.
   action.sa_flags = static_cast<int>(SA_RESETHAND);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : kEnding) {
     struct sigaction before {};
     sigaction(signal, nullptr, &before);
     // A signal that the parent had us ignore (nohup) stays ignored.
