@@ -55,10 +55,12 @@ class ZelkHost : public testing::Test {
   // Returns once the route of a host that is being started has made `frames`.
   static void AwaitFrames(std::uint64_t frames) {
     const vosh::Client client;
-    for (bool done = false; !done; client.Pause(std::chrono::milliseconds(5))) {
+    for (int i = 0; i < 12000; ++i) {
       const vosh::StatusReport report = vosh::ParseStatus(client.Send("status").text);
-      done = report.Find("RouteA") && report.Find("RouteA")->okFrames >= frames;
+      if (report.Find("RouteA") && report.Find("RouteA")->okFrames >= frames) return;
+      client.Pause(std::chrono::milliseconds(5));
     }
+    ADD_FAILURE() << "RouteA makes no frames";
   }
 
   // A wave file's header, written when it is closed, counts the bytes behind its 44 own.

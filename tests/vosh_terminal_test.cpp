@@ -83,7 +83,7 @@ TEST_F(Operator, WatchesTheHostInFullScreen) {
   // The counters do not move; a paused screen holds still for the comparison.
   ASSERT_TRUE(terminal.Shows("1200         2  still "));
   terminal.Type(" ");
-  ASSERT_TRUE(terminal.Shows(" PAUSED   2 routes, 1 running   1 FIFOs   every 1 s   by name\n"));
+  ASSERT_TRUE(terminal.Shows(" PAUSED   routes 2, running 1   FIFOs 1   every 1 s   by name\n"));
   const std::string screen = terminal.Screen();
   EXPECT_EQ(0u, screen.find("vosh top "));
   EXPECT_NE(std::string::npos,

@@ -38,7 +38,7 @@ std::string Title(const TopState& state) {
       std::count_if(state.report.routes.begin(), state.report.routes.end(),
                     [](const RouteStatus& route) { return route.state == "RUNNING"; });
   return "vosh top " + ClockText(state.at) + (state.paused ? " PAUSED" : "") +
-         Format("   %zu routes, %ld running   %zu FIFOs   every %g s   by %s",
+         Format("   routes %zu, running %ld   FIFOs %zu   every %g s   by %s",
                 state.report.routes.size(), static_cast<long>(running), state.report.fifos.size(),
                 state.interval, OrderName(state.order));
 }
