@@ -41,15 +41,18 @@ void Write(int fd, const std::string& bytes) {
 
 TEST(Client, SendsACommandWholeAndReadsUpToTheNul) {
   std::string received;
-  FakeHost host(SocketPath(), [&received](int fd) {
-    received = ReadOnce(fd);
-    for (const char* piece : {"No ro", "ute\n", "No fifo\n"}) {
-      Write(fd, piece);
-      std::this_thread::sleep_for(2ms);
-    }
-    Write(fd, std::string("\0behind the NUL", 15));
-  });
-  const Reply reply = Patient().Send("setparam RouteA gain_0 1 -6");
+  Reply reply;
+  {
+    FakeHost host(SocketPath(), [&received](int fd) {
+      received = ReadOnce(fd);
+      for (const char* piece : {"No ro", "ute\n", "No fifo\n"}) {
+        Write(fd, piece);
+        std::this_thread::sleep_for(2ms);
+      }
+      Write(fd, std::string("\0behind the NUL", 15));
+    });
+    reply = Patient().Send("setparam RouteA gain_0 1 -6");
+  }
   EXPECT_EQ(Reply::ANSWERED, reply.kind);
   EXPECT_EQ("No route\nNo fifo\n", reply.text);
   EXPECT_EQ("setparam RouteA gain_0 1 -6", received);
