@@ -61,6 +61,21 @@ TEST_F(Operator, TypesCommandsAndKeepsTheirHistory) {
   EXPECT_EQ(std::filesystem::perms(0600), mode);
 }
 
+TEST_F(Operator, InterruptsACommandWithoutLeavingThePrompt) {
+  ScriptedHost host{{"status", {"RouteA is RUNNING, 10 frames processed OK, 0 error frame\n"}},
+                    {"start RouteA", {"Started RouteA\n"}}};
+  Terminal terminal({VOSH_PROGRAM}, 24, 80);
+  ASSERT_TRUE(terminal.Shows("vosh>"));
+  terminal.Type("wait RouteA\r");
+  ASSERT_TRUE(terminal.Shows("RouteA: 10 frames"));
+  terminal.Type("\x03");
+  EXPECT_TRUE(terminal.Shows("Cancelled"));
+  terminal.Type("start RouteA\r");
+  EXPECT_TRUE(terminal.Shows("Started RouteA"));
+  terminal.Type("quit\r");
+  EXPECT_EQ(0, terminal.Wait());
+}
+
 TEST_F(Operator, CompletesWithTheTabKey) {
   ScriptedHost host{{"status", {kReport}}, {"delete RouteA source_0", {"Deleted source_0\n"}}};
   Terminal terminal({VOSH_PROGRAM}, 24, 80);

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "Interrupt.h"
 #include "Text.h"
 #include "Top.h"
 
@@ -42,7 +43,13 @@ Result App::Run(const std::string& line) const {
 bool App::RunPromptLine(const std::string& line) const {
   const std::vector<std::string> words = SplitWords(line);
   if (words.size() == 1 && (words[0] == "quit" || words[0] == "exit")) return false;
-  Run(line);
+  // The full screen has an end of its own.
+  if (!words.empty() && words[0] == "top") {
+    Run(line);
+  } else {
+    const InterruptGuard guard;
+    Run(line);
+  }
   return true;
 }
 

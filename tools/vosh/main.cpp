@@ -8,6 +8,7 @@
 #include "App.h"
 #include "CommandTable.h"
 #include "Completion.h"
+#include "Interrupt.h"
 #include "Prompt.h"
 #include "Text.h"
 
@@ -91,7 +92,10 @@ int Main(int argc, char** argv) {
   const std::vector<std::string> words(argv + optind, argv + argc);
   double seconds = options.timeout;
   if (options.completing) seconds = 1;  // nobody waits longer for a key press
-  const Client client(Client::Milliseconds(static_cast<long>(seconds * 1000)));
+  const bool prompt = options.script.empty() && words.empty() && !options.json &&
+                      !options.completing && isatty(STDIN_FILENO);
+  const Client client(Client::Milliseconds(static_cast<long>(seconds * 1000)),
+                      prompt ? InterruptDescriptor() : -1);
   const Session session(client, isatty(STDERR_FILENO) ? &std::cerr : nullptr);
   const App app(session, options.json);
   if (options.completing) {
@@ -103,7 +107,7 @@ int Main(int argc, char** argv) {
   if (!options.script.empty()) return app.RunScript(options.script);
   if (!words.empty()) return app.Run(JoinWords(words));
   if (options.json) return app.Run("status");
-  if (!isatty(STDIN_FILENO)) return app.RunScript("-");
+  if (!prompt) return app.RunScript("-");
   RunPrompt(app);
   return SUCCESS;
 }
