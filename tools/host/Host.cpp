@@ -19,7 +19,7 @@ using vosh::StatusReport;
 namespace {
 
 constexpr Client::Milliseconds kInterval(100);
-constexpr Client::Milliseconds kCleanUpTime(10000);
+constexpr Client::Milliseconds kCleanUpTime(5000);
 
 bool IsOver(const StatusReport& report) {
   return std::none_of(report.routes.begin(), report.routes.end(),

@@ -21,8 +21,6 @@ class App {
   /// Carries out a script file, "-" being standard input.
   Result RunScript(const std::string& file) const;
 
-  const Session& GetSession() const { return session; }
-
  private:
   const Session& session;
   bool json;

@@ -15,8 +15,13 @@ namespace {
 constexpr int kHistoryLength = 1000;
 
 // libedit calls back without a context of ours.
-const App* completingApp = nullptr;
 std::vector<std::string> candidates;
+
+// A key press must not freeze the prompt for as long as a command may take.
+const Session& QuickSession() {
+  static const Session session{Client(std::chrono::seconds(1))};
+  return session;
+}
 
 char* NextCandidate(const char*, int state) {
   static std::size_t next = 0;
@@ -27,16 +32,15 @@ char* NextCandidate(const char*, int state) {
 char** CompleteWord(const char* text, int, int end) {
   rl_attempted_completion_over = 1;  // file names are offered only where they belong
   const std::string line(rl_line_buffer, static_cast<std::size_t>(end));
-  candidates = Complete(completingApp->GetSession(), line);
+  candidates = Complete(QuickSession(), line);
   const bool more = candidates.size() == 1 && candidates[0].ends_with('/');
   rl_completion_append_character = more ? '\0' : ' ';
   return rl_completion_matches(text, NextCandidate);
 }
 
-void SetUp(const App& app, const std::string& historyFile) {
+void SetUp(const std::string& historyFile) {
   static char name[] = "vosh";
   static char wordBreaks[] = " \t";
-  completingApp = &app;
   rl_readline_name = name;
   rl_catch_signals = 1;  // an interrupt leaves the terminal as it was
   rl_initialize();
@@ -51,7 +55,7 @@ void SetUp(const App& app, const std::string& historyFile) {
 
 void RunPrompt(const App& app) {
   const std::string historyFile = HistoryFile();
-  SetUp(app, historyFile);
+  SetUp(historyFile);
   bool goOn = true;
   while (goOn) {
     char* typed = readline("vosh> ");

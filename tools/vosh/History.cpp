@@ -18,9 +18,13 @@ std::string HistoryFile() {
   } else {
     return {};
   }
-  folder /= "vosh";
   std::error_code error;
   std::filesystem::create_directories(folder, error);
+  folder /= "vosh";
+  // Nobody else's business, from the first moment on: libedit would create the file for all.
+  if (std::filesystem::create_directory(folder, error)) {
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
+  }
   return error ? std::string() : (folder / "history").string();
 }
 

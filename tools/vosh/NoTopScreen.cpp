@@ -3,7 +3,7 @@
 
 namespace vosh {
 
-bool RunTopScreen(const Session&, const TopOptions&, Result&) {
+bool RunTopScreen(const TopOptions&) {
   return false;
 }
 

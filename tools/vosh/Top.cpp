@@ -92,10 +92,7 @@ Result RunTop(const Session& session, const std::vector<std::string>& words, boo
     return FAILED;
   }
   const bool terminal = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
-  Result result = SUCCESS;
-  if (terminal && !options.json && options.count == 0 && RunTopScreen(session, options, result)) {
-    return result;
-  }
+  if (terminal && !options.json && options.count == 0 && RunTopScreen(options)) return SUCCESS;
   return RunPlain(session, options);
 }
 

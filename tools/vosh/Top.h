@@ -20,7 +20,7 @@ struct TopOptions {
 Result RunTop(const Session& session, const std::vector<std::string>& words, bool json);
 
 /// The full screen; false, with nothing done, when the terminal cannot show it.
-bool RunTopScreen(const Session& session, const TopOptions& options, Result& result);
+bool RunTopScreen(const TopOptions& options);
 
 /// Polls a host and keeps the state that is shown up to date.
 class TopPoller {

@@ -169,7 +169,7 @@ bool Screen::HandleKey(int key) {
 
 }  // namespace
 
-bool RunTopScreen(const Session& session, const TopOptions& options, Result& result) {
+bool RunTopScreen(const TopOptions& options) {
   SCREEN* terminal = newterm(nullptr, stdout, stdin);
   if (!terminal) return false;
   set_term(terminal);
@@ -182,10 +182,11 @@ bool RunTopScreen(const Session& session, const TopOptions& options, Result& res
     use_default_colors();
     init_pair(1, COLOR_RED, -1);
   }
+  // Keys are not read while the host is asked: it gets less time than elsewhere.
+  const Session session{Client(std::chrono::seconds(2))};
   Screen(session, options).Run();
   endwin();
   delscreen(terminal);
-  result = SUCCESS;
   return true;
 }
 
