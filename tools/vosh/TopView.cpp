@@ -75,11 +75,11 @@ std::string SinkOf(const RouteStatus& route, const std::string& link) {
 void AppendBlocks(const RouteStatus& route, std::size_t width, std::vector<TopLine>& lines) {
   std::string names = " ";
   for (const BlockStatus& block : route.blocks) {
-    const std::string name = " " + Printable(block.name);
-    if (names.size() > 1 && names.size() + name.size() > width) {
+    const std::string name = Printable(block.name);
+    if (names.size() > 1 && names.size() + 1 + name.size() > width) {
       lines.push_back({std::exchange(names, " ")});
     }
-    names += name;
+    names.append(" ").append(name);
   }
   if (names.size() > 1) lines.push_back({names});
 }
