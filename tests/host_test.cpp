@@ -106,6 +106,8 @@ TEST_F(ZelkHost, AFailingScriptEndsIt) {
 }
 
 TEST_F(ZelkHost, ASignalEndsItWithItsFilesClosed) {
+  // As scripts start what they put into the background.
+  const auto before = std::signal(SIGINT, SIG_IGN);
   for (const int signal : {SIGTERM, SIGINT}) {
     Program host = Start(Graph(wave, "0"), {"-q"});
     AwaitFrames(10);
@@ -113,6 +115,7 @@ TEST_F(ZelkHost, ASignalEndsItWithItsFilesClosed) {
     EXPECT_EQ(0, host.Wait());
     ExpectClosedWave();
   }
+  std::signal(SIGINT, before);
 }
 
 TEST_F(ZelkHost, ASignalEndsAScriptThatWaits) {

@@ -53,8 +53,9 @@ int CatchSignals() {
   for (const int signal : kEnding) {
     struct sigaction before {};
     sigaction(signal, nullptr, &before);
-    // A signal that the parent had us ignore (nohup) stays ignored.
-    if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
+    // nohup stays in force. SIGINT is ignored in what a script puts into the background, but who
+    // sends it to a host means it.
+    if (signal != SIGHUP || before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
   }
   const sigset_t set = EndingSignals();
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
