@@ -120,8 +120,9 @@ TEST_F(Report, CutsALineThatIsLongerThan255Characters) {
 
 TEST_F(Report, LooksIntoARouteThatIsStuck) {
   std::promise<void> release;
-  Scripts()["src"].on["ProcessFrame"] = [&](ScriptedBlock*) -> long {
-    release.get_future().wait();
+  const std::shared_future<void> released(release.get_future());
+  Scripts()["src"].on["ProcessFrame"] = [released](ScriptedBlock*) -> long {
+    released.wait();
     return zelk::FRAME_FADED_OUT;
   };
   MakePair();
