@@ -90,7 +90,7 @@ void ZelkImpl::AbandonInChild() {
     std::shared_ptr<std::thread> thread;
   };
   // Volatile, to stay in sight of leak checkers.
-  static const void* volatile kept = nullptr;
+  [[maybe_unused]] static const void* volatile kept = nullptr;
   kept = new Abandoned{std::move(routes), std::move(fifos), std::move(debugThread)};
   // Its end would wait for waiters, which exist in the parent only.
   new (&leaseEnded) std::condition_variable;
