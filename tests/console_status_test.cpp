@@ -131,6 +131,7 @@ TEST_F(Report, LooksIntoARouteThatIsStuck) {
   EXPECT_EQ(0u, console.Ask("status").find(
                     "RouteA is RUNNING, 0 frame processed OK, 0 error frame\n\tscripted_"));
   release.set_value();
+  WaitFor(STOPPED);
 }
 
 }  // namespace

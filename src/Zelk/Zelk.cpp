@@ -84,9 +84,14 @@ ZelkImpl::~ZelkImpl() {
 void ZelkImpl::AbandonInChild() {
   // Without the lock: its holder may be a thread that this process does not have, and nobody else
   // runs here.
-  new std::list<std::shared_ptr<RouteImpl>>(std::move(routes));
-  new std::list<std::shared_ptr<RingBuffer>>(std::move(fifos));
-  new std::shared_ptr<std::thread>(std::move(debugThread));
+  struct Abandoned {
+    std::list<std::shared_ptr<RouteImpl>> routes;
+    std::list<std::shared_ptr<RingBuffer>> fifos;
+    std::shared_ptr<std::thread> thread;
+  };
+  // Volatile, to stay in sight of leak checkers.
+  [[maybe_unused]] static const void* volatile kept = nullptr;
+  kept = new Abandoned{std::move(routes), std::move(fifos), std::move(debugThread)};
   // Its end would wait for waiters, which exist in the parent only.
   new (&leaseEnded) std::condition_variable;
 }
