@@ -65,7 +65,7 @@ std::optional<long> EndOfInput::Answer() {
   gaveUp = true;
   // Left behind when somebody reset the block: nothing is held any more.
   for (const auto& [index, ep] : block.ActiveInEps())
-    if (!ended.test(index) && ep->FB()->timestamp < -1) ep->FB()->timestamp = -1;
+    if (!ended.test(index) && !HasFrame(*ep->FB())) ep->FB()->timestamp = -1;
   return FRAME_DONE_WITHOUT_OUTPUT;
 }
 
