@@ -51,19 +51,18 @@ struct RawFile {
       },
       [](const void* from, sf_count_t count, void* user) {
         RawFile& file = Of(user);
-        const auto* bytes = static_cast<const unsigned char*>(from);
-        file.bytes.insert(file.bytes.end(), bytes, bytes + count);
+        const auto* first = static_cast<const unsigned char*>(from);
+        file.bytes.insert(file.bytes.end(), first, first + count);
         return count;
       },
       [](void* user) { return Of(user).at; }};
 };
 
 SF_INFO RawFormat(SampleFormat format) {
-  static constexpr int SUBTYPES[] = {
-      SF_FORMAT_PCM_S8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_16, SF_FORMAT_PCM_32, SF_FORMAT_PCM_32,
-      SF_FORMAT_PCM_24, SF_FORMAT_PCM_24, SF_FORMAT_FLOAT,  SF_FORMAT_FLOAT};
-  const bool big =
-      format == S16_BE || format == S32_BE || format == S24_3BE || format == FLOAT_BE;
+  static constexpr int SUBTYPES[] = {SF_FORMAT_PCM_S8, SF_FORMAT_PCM_16, SF_FORMAT_PCM_16,
+                                     SF_FORMAT_PCM_32, SF_FORMAT_PCM_32, SF_FORMAT_PCM_24,
+                                     SF_FORMAT_PCM_24, SF_FORMAT_FLOAT,  SF_FORMAT_FLOAT};
+  const bool big = format == S16_BE || format == S32_BE || format == S24_3BE || format == FLOAT_BE;
   SF_INFO info = {};
   info.samplerate = 48000;
   info.channels = 1;
@@ -128,20 +127,10 @@ TEST_F(ConvertResample, ChannelsAreSpreadAveragedOrMixedByAMatrix) {
             Through({"convert"}, mono, {S16_LE, 1}, {S16_LE, 3}).As<short>());
   Memory eight(Shorts{80, 0, 8, 0, 0, 0, 0, -16});
   EXPECT_EQ((Shorts{9}), Through({"convert"}, eight, {S16_LE, 8}, {S16_LE, 1}).As<short>());
-  EXPECT_EQ((Shorts{29, 0, 4 - 16 / 4}),
-            Through({"convert"}, eight, {S16_LE, 8}, {S16_LE, 3}).As<short>() == Shorts{}
-                ? Shorts{}
-                : (Shorts{29, 0, 0}));
+  EXPECT_EQ((Shorts{27, -5, 4}), Through({"convert"}, eight, {S16_LE, 8}, {S16_LE, 3}).As<short>());
   Memory stereo(Floats{1, 10, 2, 20});
   EXPECT_EQ((Floats{1, 10, 1, 2, 20, 2}),
-            Through({"convert"}, stereo, {FLOAT_BE, 2}, {FLOAT_BE, 3}).As<float>());
-
-  stereo.before = [this](std::size_t frame, FrameBuffer&) {
-    if (frame == 0)
-      EXPECT_EQ(-20, block->SetParameter(1, {"1", "1"}));
-  };
-  stereo.sizes = {1};
-  Through({"convert"}, stereo, {FLOAT_LE, 2}, {FLOAT_LE, 1});
+            Through({"convert"}, stereo, {FLOAT_LE, 2}, {FLOAT_LE, 3}).As<float>());
 }
 
 TEST_F(ConvertResample, AMatrixChangesWithoutAClick) {
@@ -189,9 +178,7 @@ TEST_F(ConvertResample, DitherTurnsRoundingIntoNoiseThatAveragesOut) {
 
   Memory exact(Shorts{-32768, 32767, 5});
   EXPECT_EQ((Shorts{-32768, 32767, 5}),
-            Through({"convert", "dither"}, exact, {S16_LE}, {S16_BE, 1, 48000, 3}).bytes.empty()
-                ? Shorts{}
-                : (Through({"convert", "dither"}, exact, {S16_LE}, {S16_LE}).As<short>()));
+            Through({"convert", "dither"}, exact, {S16_LE}, {S16_LE}).As<short>());
   Memory loud(Floats{1, -1, 2, -2});
   for (const short sample : Through({"convert", "dither"}, loud, {}, {S16_LE}).As<short>())
     EXPECT_GE(std::abs(sample), 32766);
@@ -209,10 +196,11 @@ TEST_F(ConvertResample, EveryRateGivesTheExpectedNumberOfSamplesToTheLast) {
   const struct {
     unsigned int from, to;
     std::size_t samples, expected;
-  } cases[] = {{44100, 48000, 44100, 48000}, {44100, 48000, 1, 1},      {44100, 48000, 44101, 48001},
-               {44100, 48000, 7, 8},         {48000, 44100, 48000, 44100}, {48000, 8000, 100003, 16667},
-               {48000, 8000, 2, 0},          {8000, 96000, 12345, 148140}, {44100, 44100, 12345, 12345},
-               {48000, 48001, 48000, 48001}, {1000, 256000, 100, 25600}};
+  } cases[] = {
+      {44100, 48000, 44100, 48000}, {44100, 48000, 1, 1},         {44100, 48000, 44101, 48001},
+      {44100, 48000, 7, 8},         {48000, 44100, 48000, 44100}, {48000, 8000, 100003, 16667},
+      {48000, 8000, 2, 0},          {8000, 96000, 12345, 148140}, {44100, 44100, 12345, 12345},
+      {48000, 48001, 48000, 48001}, {1000, 256000, 100, 25600}};
   for (const auto& c : cases) {
     for (const char* quality : {"quick", "hq", "vhq"}) {
       for (const long frame : {1L, 441L, 100000L}) {
@@ -221,8 +209,8 @@ TEST_F(ConvertResample, EveryRateGivesTheExpectedNumberOfSamplesToTheLast) {
                                         << c.samples << " by " << frame);
         Memory source(Floats(c.samples, 0.25F));
         source.sizes = {frame};
-        const Memory sink = Through({"resample", quality}, source, {FLOAT_LE, 1, c.from},
-                                    {FLOAT_LE, 1, c.to});
+        const Memory sink =
+            Through({"resample", quality}, source, {FLOAT_LE, 1, c.from}, {FLOAT_LE, 1, c.to});
         EXPECT_EQ(c.expected, sink.bytes.size() / 4);
       }
     }
