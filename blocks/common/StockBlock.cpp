@@ -2,9 +2,16 @@
 
 #include <vantrel.h>
 
-#include <algorithm>
-
 namespace zelk::blocks {
+namespace {
+
+void PutRight(FrameBuffer& fb, const FrameBuffer& linked) {
+  fb.rate = linked.rate;
+  fb.format = linked.format;
+  fb.channels = linked.channels;
+}
+
+}  // namespace
 
 StockBlock::StockBlock(const char* logTag, bool first, bool last, std::size_t inputCount,
                        std::size_t outputCount)
@@ -48,21 +55,22 @@ int StockBlock::Refuse(const char* function, const std::string& why) const {
   return -20;
 }
 
-FrameBuffer StockBlock::Frame(std::size_t index) const {
+FrameBuffer StockBlock::Frame(std::size_t index) {
+  PutRight(*inEps[index].FB(), linkedIn[index]);
   FrameBuffer fb = In(index);
-  fb.rate = linkedIn[index].rate;
-  fb.format = linkedIn[index].format;
-  fb.channels = linkedIn[index].channels;
-  fb.validSamples = std::clamp(fb.validSamples, 0L, std::max(0L, fb.samplesPerFrame));
+  fb.validSamples = Available(index);
   return fb;
 }
 
 bool StockBlock::MakeRoom(long samples, std::size_t index) {
-  Out(index).rate = linkedOut[index].rate;
-  Out(index).format = linkedOut[index].format;
-  Out(index).channels = linkedOut[index].channels;
-  if (samples > Out(index).samplesPerFrame) outEps[index].Resize(samples);
-  if (samples <= Out(index).samplesPerFrame) return true;
+  PutRight(Out(index), linkedOut[index]);
+  long& known = linkedOut[index].samplesPerFrame;
+  if (samples <= known && samples <= Out(index).samplesPerFrame) return true;
+  outEps[index].Resize(samples);
+  if (Out(index).samplesPerFrame == samples) {
+    known = samples;
+    return true;
+  }
   Refuse(__func__,
          "no room for " + std::to_string(samples) + " samples in output " + std::to_string(index));
   return false;

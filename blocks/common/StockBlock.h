@@ -39,8 +39,8 @@ class StockBlock : public Block {
   FrameBuffer& Out(std::size_t index = 0) const { return *outEps[index].FB(); }
 
   /// The frame of an input, safe to read whatever other blocks wrote into its descriptor: rate,
-  /// format and channels are the link's, and there are no more samples than its buffer holds.
-  FrameBuffer Frame(std::size_t index = 0) const;
+  /// format and channels are put right, and there are no more samples than its buffer holds.
+  FrameBuffer Frame(std::size_t index = 0);
 
   /// Makes room for `samples` in output `index`, and its descriptor the link's again; false, after
   /// an E record, when there is none.

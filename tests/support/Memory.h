@@ -18,7 +18,7 @@ struct Memory {
   std::vector<unsigned char> bytes;
   std::vector<long> sizes = {480};  // of a source's frames, in turn; of all of a sink's
   std::vector<long long> times;     // of a sink's frames
-  /// Called on the route's thread before a source's frame is sent.
+  /// Called on the route's thread before a source's frame is sent, and when a sink's was taken.
   std::function<void(std::size_t frame, zelk::FrameBuffer&)> before;
 
   template <class T>

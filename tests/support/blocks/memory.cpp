@@ -54,6 +54,7 @@ class MemorySink final : public StockBlock {
     memory.sizes.push_back(in.validSamples);
     memory.times.push_back(TimeOf(in.timestamp));
     end.Take();
+    if (memory.before) memory.before(memory.sizes.size(), *inEps[0].FB());
     return 0;
   }
 
