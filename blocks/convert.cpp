@@ -5,6 +5,7 @@
 // noise of one step where an integer format loses precision.
 #include "common/Arguments.h"
 #include "common/ChannelMatrix.h"
+#include "common/InPlace.h"
 #include "common/Log.h"
 #include "common/Noise.h"
 #include "common/Samples.h"
@@ -76,8 +77,8 @@ class Converter final : public StockBlock {
  private:
   template <class Real>
   void Run(const FrameBuffer& in) {
-    Real values[PIECE];
-    Real mixed[PIECE];
+    Real scratch[PIECE];
+    Real scratch2[PIECE];
     const unsigned int outs = Out().channels;
     const bool same = matrix.Passes();
     const long most = static_cast<long>(PIECE / std::max(in.channels, outs));
@@ -85,11 +86,13 @@ class Converter final : public StockBlock {
     unsigned char* to = Out().data;
     for (long left = in.validSamples; left > 0;) {
       const std::size_t n = static_cast<std::size_t>(std::min(left, most));
-      Decode(in.format, from, values, n * in.channels);
-      if (!same) matrix.Multiply(values, mixed, n);
-      Real* const result = same ? values : mixed;
-      if (step != 0) noise.AddTo(result, step, n * outs);
-      Encode(Out().format, result, to, n * outs);
+      Real* const numbers = ToEncode(Out().format, to, scratch2);
+      if (same)
+        Decode(in.format, from, numbers, n * in.channels);
+      else
+        matrix.Multiply(Decoded(in.format, from, scratch, n * in.channels), numbers, n);
+      if (step != 0) noise.AddTo(numbers, step, n * outs);
+      Encoded(Out().format, numbers, to, n * outs);
       from += n * in.channels * BytesPerSample(in.format);
       to += n * outs * BytesPerSample(Out().format);
       left -= static_cast<long>(n);

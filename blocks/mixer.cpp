@@ -111,17 +111,20 @@ class Mixer final : public StockBlock {
 
   template <class Real>
   void Mix(long samples) {
-    Real sum[PIECE];
+    Real scratch[PIECE];
     const unsigned int channels = OutLink().channels;
     unsigned char* to = Out().data;
     for (long left = samples; left > 0;) {
       const long n = std::min(left, static_cast<long>(PIECE / channels));
       const std::size_t count = static_cast<std::size_t>(n) * channels;
-      std::fill_n(sum, count, Real{0});
-      for (const auto& [index, ep] : ActiveInEps())
-        inputs[index].queue.AddTo(sum, n, inputs[index].level);
+      Real* const sum = ToEncode(OutLink().format, to, scratch);
+      bool fresh = true;
+      for (const auto& [index, ep] : ActiveInEps()) {
+        inputs[index].queue.AddTo(sum, fresh, n, inputs[index].level);
+        fresh = false;
+      }
       Apply(master, sum, n, channels);
-      Encode(OutLink().format, sum, to, count);
+      Encoded(OutLink().format, sum, to, count);
       to += count * BytesPerSample(OutLink().format);
       left -= n;
     }

@@ -1,8 +1,8 @@
 // What a join keeps of one input whose frames are longer than those of another.
 #pragma once
 
+#include "common/InPlace.h"
 #include "common/Level.h"
-#include "common/Samples.h"
 
 #include <zelk/FrameBuffer.h>
 
@@ -46,23 +46,28 @@ class InputQueue {
     return (frame.data += bytes) - bytes;
   }
 
-  /// Adds up to `samples` (of all channels no more than `PIECE` numbers) times `level` to `sum`;
-  /// nothing where there are none left. Drops them here.
+  /// Adds up to `samples` (of all channels no more than `PIECE` numbers) times `level` to `sum`, or
+  /// puts them there if it is `fresh`, with silence where there are none left. Drops them here.
   template <class Real>
-  void AddTo(Real* sum, long samples, Ramp& level) {
-    Real values[PIECE];
+  void AddTo(Real* sum, bool fresh, long samples, Ramp& level) {
+    Real scratch[PIECE];
     for (long n = samples; samples > 0 && Available() > 0; n = samples) {
       const unsigned char* const from = Pop(n);
       const std::size_t count = static_cast<std::size_t>(n) * frame.channels;
-      const bool moving = level.Moving();
-      if (moving || level.Current() != 0) {
-        Decode(frame.format, from, values, count);
-        if (moving) Apply(level, values, n, frame.channels);
-        AddTimes(sum, values, moving ? Real{1} : static_cast<Real>(level.Current()), count);
+      if (level.Moving()) {
+        Decode(frame.format, from, scratch, count);
+        Apply(level, scratch, n, frame.channels);
+        AddTimes(sum, fresh, scratch, Real{1}, count);
+      } else if (level.Current() != 0) {
+        AddTimes(sum, fresh, Decoded(frame.format, from, scratch, count),
+                 static_cast<Real>(level.Current()), count);
+      } else if (fresh) {
+        std::fill_n(sum, count, Real{0});
       }
       sum += count;
       samples -= n;
     }
+    if (fresh) std::fill_n(sum, static_cast<std::size_t>(samples) * frame.channels, Real{0});
   }
 
   /// Copies what is left of the frame, which is its producer's again.
@@ -77,10 +82,15 @@ class InputQueue {
 
  private:
   template <class Real>
-  static void AddTimes(Real* __restrict sum, const Real* __restrict values, Real gain,
+  static void AddTimes(Real* __restrict sum, bool fresh, const Real* __restrict values, Real gain,
                        std::size_t count) {
-    for (std::size_t i = 0; i < count; ++i)
-      sum[i] += gain * values[i];
+    if (fresh) {
+      for (std::size_t i = 0; i < count; ++i)
+        sum[i] = gain * values[i];
+    } else {
+      for (std::size_t i = 0; i < count; ++i)
+        sum[i] += gain * values[i];
+    }
   }
 
   std::vector<unsigned char> kept;
