@@ -3,7 +3,7 @@
 // Without a format word the extension decides: ".flac" is FLAC, anything else WAV with 16 bits.
 // FLAC has 16 bits for links of up to 16, else 24. The file is complete whenever the route is
 // stopped. After the end of the input the next start begins the file anew; after a stop in between
-// it goes on with the same file, which FLAC does not allow.
+// it goes on with the same file, which FLAC does not allow. Parameter 1 is how much was written.
 #include "common/Arguments.h"
 #include "common/Log.h"
 #include "common/Samples.h"
@@ -23,7 +23,9 @@ class FileSink final : public StockBlock {
       : StockBlock(LOG_TAG, first, last, 1, 0),
         path(std::move(filePath)),
         container(fileFormat & SF_FORMAT_TYPEMASK),
-        subtype(fileFormat & SF_FORMAT_SUBMASK) {}
+        subtype(fileFormat & SF_FORMAT_SUBMASK) {
+    parameters.Add({1, "duration", "s", 0, 1e12, 0, [this] { return Duration(); }, {}});
+  }
 
   // The header is written by libsndfile when the file closes.
   ~FileSink() override { Close(); }
@@ -39,6 +41,7 @@ class FileSink final : public StockBlock {
     const long samples = Available();
     if (Write(samples) != samples)
       return Refuse(__func__, path + " cannot be written: " + sf_strerror(file.get()));
+    total += samples;
     written = !end.InputIsLast();
     end.Take();
     return 0;
@@ -61,6 +64,7 @@ class FileSink final : public StockBlock {
  private:
   int Open() {
     const bool resume = written;
+    if (!resume) total = 0;
     if (resume && container == SF_FORMAT_FLAC)
       return Refuse(__func__, path + " is complete, and FLAC cannot be continued: use a new block");
     info.samplerate = static_cast<int>(In().rate);
@@ -76,6 +80,10 @@ class FileSink final : public StockBlock {
       return Refuse(__func__, path + " cannot be continued with " + Describe(In()));
     }
     return 0;
+  }
+
+  double Duration() const {
+    return info.samplerate > 0 ? static_cast<double>(total) / info.samplerate : 0;
   }
 
   static int Depth(SampleFormat format) {
@@ -118,6 +126,7 @@ class FileSink final : public StockBlock {
   const int subtype;  // 0: by the link
   SF_INFO info = {};
   SoundFile file;
+  long long total = 0;   // samples in it
   bool written = false;  // and the input had not ended: the next start goes on
   std::vector<unsigned char> scratch;
   std::vector<int> wide;

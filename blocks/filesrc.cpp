@@ -3,12 +3,17 @@
 //
 // Its link must have the file's rate and channels, and may have any sample format. A route that was
 // stopped goes on where it was; after the end of the file it starts again from the beginning.
+// Parameter 1 (0 or 1) repeats the file without a gap, parameter 2 is the position in seconds, to
+// which a running route fades over, parameter 3 the file's duration.
 #include "common/Arguments.h"
+#include "common/Crossfade.h"
 #include "common/Log.h"
 #include "common/SampleClock.h"
 #include "common/Samples.h"
 #include "common/SoundFile.h"
 #include "common/StockBlock.h"
+
+#include <cmath>
 
 namespace {
 
@@ -25,28 +30,33 @@ class FileSource final : public StockBlock {
         file(std::move(opened)),
         info(about) {
     clock.Start(0);
+    const double duration = static_cast<double>(info.frames) / info.samplerate;
+    parameters.Add({1, "loop", "-", 0, 1, 0, [this] { return loop ? 1.0 : 0.0; },
+                    [this](double value) { return loop = value >= 0.5, 0; }});
+    parameters.Add({2, "position", "s", 0, duration, 0,
+                    [this] { return static_cast<double>(at) / info.samplerate; },
+                    [this](double value) { return GoTo(std::llround(value * info.samplerate)); }});
+    parameters.Add(
+        {3, "duration", "s", 0, duration, duration, [duration] { return duration; }, {}});
   }
 
   int Start() override {
-    if (atEnd) {
-      if (sf_seek(file.get(), 0, SEEK_SET) != 0)
-        return Refuse(__func__, path + " cannot be read again from its beginning");
-      clock.Start(0);
-      atEnd = false;
-    }
+    if (atEnd && GoTo(0) < 0)
+      return Refuse(__func__, path + " cannot be read again from its beginning");
     return StockBlock::Start();
   }
 
   long ProcessFrame() override {
     if (auto answer = end.SourceAnswer()) return *answer;
     const long wanted = Out().samplesPerFrame;
-    const long samples = Read(wanted);
+    const long samples = Fill(wanted);
     if (sf_error(file.get()) != SF_ERR_NO_ERROR)
       return Refuse(__func__, path + ": " + sf_strerror(file.get()));
+    fade.Blend(Out().format, Out().data, samples);
     const long long time = clock.Now(Out().rate);
     clock.Advance(samples);
     // A file's header may promise more than there is.
-    atEnd = samples < wanted || clock.Samples() >= info.frames;
+    atEnd = samples < wanted || (at >= info.frames && !loop);
     if (clock.Samples() == 0)
       LOG_W("%s: %s: %s holds no samples", routeName.c_str(), name.c_str(), path.c_str());
     return end.Send(samples, time, atEnd);
@@ -63,10 +73,45 @@ class FileSource final : public StockBlock {
   }
 
  private:
-  /// Reads up to `wanted` samples into the output; how many. Straight where libsndfile can deliver
+  /// Fills the output with up to `wanted` samples; how many. A file that repeats has no end, unless
+  /// it has no samples.
+  long Fill(long wanted) {
+    const std::size_t unit = Out().channels * BytesPerSample(Out().format);
+    long samples = 0;
+    for (bool fresh = false; samples < wanted;) {
+      const long got =
+          Read(Out().data + static_cast<std::size_t>(samples) * unit, wanted - samples);
+      samples += got;
+      at += got;
+      if (samples == wanted || !loop || (fresh && got == 0)) break;
+      if (sf_seek(file.get(), 0, SEEK_SET) != 0) break;
+      at = 0;
+      fresh = true;
+    }
+    return samples;
+  }
+
+  /// Goes on from sample `target`; fades over to it while samples are flowing.
+  int GoTo(long long target) {
+    const bool flowing = clock.Samples() > 0 && !atEnd;
+    std::vector<double> old;
+    if (flowing) {
+      old.resize(static_cast<std::size_t>(std::llround(RAMP_SECONDS * info.samplerate)) *
+                 static_cast<std::size_t>(info.channels));
+      // Behind the file's end there is the silence that the rest of `old` holds.
+      sf_read_double(file.get(), old.data(), static_cast<sf_count_t>(old.size()));
+    }
+    if (sf_seek(file.get(), target, SEEK_SET) != target) return -20;
+    if (atEnd) clock.Start(0);
+    atEnd = false;
+    at = target;
+    fade.Begin(std::move(old), static_cast<unsigned int>(info.channels));
+    return 0;
+  }
+
+  /// Reads up to `wanted` samples; how many. Straight where libsndfile can deliver
   /// the link's format without rounding, else through double, which holds every sample exactly.
-  long Read(long wanted) {
-    unsigned char* const data = Out().data;
+  long Read(unsigned char* data, long wanted) {
     SNDFILE* const f = file.get();
     if (Out().format == FLOAT_NATIVE)
       return static_cast<long>(sf_readf_float(f, reinterpret_cast<float*>(data), wanted));
@@ -86,7 +131,10 @@ class FileSource final : public StockBlock {
   const SoundFile file;
   const SF_INFO info;
   SampleClock clock;
+  long long at = 0;  // of the file
+  bool loop = false;
   bool atEnd = false;
+  Crossfade fade;
   std::vector<double> scratch;
 };
 

@@ -65,7 +65,7 @@ std::optional<long> EndOfInput::Answer() {
   gaveUp = true;
   // Left behind when somebody reset the block: nothing is held any more.
   for (const auto& [index, ep] : block.ActiveInEps())
-    if (!ended.test(index) && ep->FB()->timestamp < -1) ep->FB()->timestamp = -1;
+    if (!ended.test(index) && !HasFrame(*ep->FB())) ep->FB()->timestamp = -1;
   return FRAME_DONE_WITHOUT_OUTPUT;
 }
 
@@ -78,14 +78,26 @@ bool EndOfInput::InputIsLast() const noexcept {
 }
 
 void EndOfInput::Take() noexcept {
-  const bool last = InputIsLast();
-  const long long held = block.ActiveOutEps().empty() ? -1 : last ? HELD : HELD_QUIETLY;
-  for (const auto& [index, ep] : block.ActiveInEps()) {
-    FrameBuffer& fb = *ep->FB();
-    if (HasFrame(fb)) ended.set(index, IsLastMark(fb.timestamp));
-    fb.validSamples = 0;
-    fb.timestamp = ended.test(index) ? held : -1;
-  }
+  const long long held = HeldMark();
+  for (const auto& [index, ep] : block.ActiveInEps())
+    TakeFrom(*ep, held);
+}
+
+void EndOfInput::Take(std::size_t input) noexcept {
+  const auto found = block.ActiveInEps().find(input);
+  if (found != block.ActiveInEps().end()) TakeFrom(*found->second, HeldMark());
+}
+
+long long EndOfInput::HeldMark() const noexcept {
+  if (block.ActiveOutEps().empty()) return -1;
+  return InputIsLast() ? HELD : HELD_QUIETLY;
+}
+
+void EndOfInput::TakeFrom(const InputEndpoint& ep, long long held) noexcept {
+  FrameBuffer& fb = *ep.FB();
+  if (HasFrame(fb)) ended.set(ep.Index(), IsLastMark(fb.timestamp));
+  fb.validSamples = 0;
+  fb.timestamp = ended.test(ep.Index()) ? held : -1;
 }
 
 long EndOfInput::Send(long samples, long long time, bool last) noexcept {

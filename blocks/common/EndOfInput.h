@@ -83,12 +83,17 @@ class EndOfInput {
   /// Takes the frame of every active input that has one.
   void Take() noexcept;
 
+  /// Takes the frame of one input, if it has one; for joins that keep queues.
+  void Take(std::size_t input) noexcept;
+
   /// Publishes what the block wrote into its active outputs: `samples` per channel, the first of
   /// time `time`. Returns what `ProcessFrame()` answers. `samples` may be 0: the end of a stream
   /// then travels without a frame if all consumers are known to understand it.
   long Send(long samples, long long time, bool last) noexcept;
 
  private:
+  long long HeldMark() const noexcept;
+  void TakeFrom(const InputEndpoint& ep, long long held) noexcept;
   bool OutputsEmpty() const noexcept;
   /// What the consumers' marks ask for: nothing, to wait, or to wait and call them.
   enum class Wait { NOTHING, QUIETLY, CALLING };

@@ -1,6 +1,8 @@
 // Time stamps counted in samples, so that they never drift.
 #pragma once
 
+#include <climits>
+
 namespace zelk::blocks {
 
 /// Microseconds that `samples` take at `rate` Hz, rounded down; exact for any stream length.
@@ -12,9 +14,10 @@ constexpr long long Microseconds(long long samples, unsigned int rate) noexcept 
 /// The time of a stream's next frame, for a block that makes samples or changes their number.
 class SampleClock {
  public:
-  /// Starts at `time`, in microseconds; -1 for a stream without times.
+  /// Starts at `time`, in microseconds; -1 for a stream without times, as is one that nobody's
+  /// clock reaches and sums would overflow.
   void Start(long long time) noexcept {
-    origin = time;
+    origin = time < LLONG_MAX / 2 ? time : -1;
     count = 0;
   }
   bool Running() const noexcept { return origin >= 0; }

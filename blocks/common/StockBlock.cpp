@@ -3,6 +3,15 @@
 #include <vantrel.h>
 
 namespace zelk::blocks {
+namespace {
+
+void PutRight(FrameBuffer& fb, const FrameBuffer& linked) {
+  fb.rate = linked.rate;
+  fb.format = linked.format;
+  fb.channels = linked.channels;
+}
+
+}  // namespace
 
 StockBlock::StockBlock(const char* logTag, bool first, bool last, std::size_t inputCount,
                        std::size_t outputCount)
@@ -10,11 +19,13 @@ StockBlock::StockBlock(const char* logTag, bool first, bool last, std::size_t in
 
 int StockBlock::OnInEpLinked(std::size_t index) {
   end.Linked(index);
+  linkedIn[index] = *inEps[index].FB();
   const int ret = CheckLink(__func__, *inEps[index].FB(), index, inputs);
   return ret < 0 ? ret : CheckInput(index);
 }
 
 int StockBlock::OnOutEpLinked(std::size_t index) {
+  linkedOut[index] = *outEps[index].FB();
   const int ret = CheckLink(__func__, *outEps[index].FB(), index, outputs);
   return ret < 0 ? ret : CheckOutput(index);
 }
@@ -44,12 +55,44 @@ int StockBlock::Refuse(const char* function, const std::string& why) const {
   return -20;
 }
 
+FrameBuffer StockBlock::Frame(std::size_t index) {
+  PutRight(*inEps[index].FB(), linkedIn[index]);
+  FrameBuffer fb = In(index);
+  fb.validSamples = Available(index);
+  return fb;
+}
+
 bool StockBlock::MakeRoom(long samples, std::size_t index) {
-  if (samples > Out(index).samplesPerFrame) outEps[index].Resize(samples);
-  if (samples <= Out(index).samplesPerFrame) return true;
+  PutRight(Out(index), linkedOut[index]);
+  long& known = linkedOut[index].samplesPerFrame;
+  if (samples <= known && samples <= Out(index).samplesPerFrame) return true;
+  outEps[index].Resize(samples);
+  if (Out(index).samplesPerFrame == samples) {
+    known = samples;
+    return true;
+  }
   Refuse(__func__,
          "no room for " + std::to_string(samples) + " samples in output " + std::to_string(index));
   return false;
+}
+
+int StockBlock::CheckAlike(const char* function, Likeness likeness) const {
+  const FrameBuffer* one = nullptr;
+  const FrameBuffer* odd = nullptr;
+  const auto compare = [&](const FrameBuffer& fb) {
+    if (!one) one = &fb;
+    if (((likeness & SAME_RATE) && fb.rate != one->rate) ||
+        ((likeness & SAME_CHANNELS) && fb.channels != one->channels))
+      odd = &fb;
+  };
+  for (const auto& [index, ep] : ActiveInEps())
+    compare(linkedIn[index]);
+  for (const auto& [index, ep] : ActiveOutEps())
+    compare(linkedOut[index]);
+  if (!odd) return 0;
+  static constexpr const char* WHAT[] = {"", "rates", "channels", "rate and channels"};
+  return Refuse(function, "linked with " + Describe(*one) + " and with " + Describe(*odd) + ": " +
+                              WHAT[likeness] + " must be the same");
 }
 
 int StockBlock::CheckLink(const char* function, const FrameBuffer& fb, std::size_t index,

@@ -38,14 +38,30 @@ class StockBlock : public Block {
   long Available(std::size_t index = 0) const { return inEps[index].Available(); }
   FrameBuffer& Out(std::size_t index = 0) const { return *outEps[index].FB(); }
 
-  /// Makes room for `samples` in output `index`; false, after an E record, when there is none.
+  /// The frame of an input, safe to read whatever other blocks wrote into its descriptor: rate,
+  /// format and channels are put right, and there are no more samples than its buffer holds.
+  FrameBuffer Frame(std::size_t index = 0);
+
+  /// Makes room for `samples` in output `index`, and its descriptor the link's again; false, after
+  /// an E record, when there is none.
   bool MakeRoom(long samples, std::size_t index = 0);
+
+  /// Refuses unless all linked ports are alike in what is asked for. `function` is the hook's name.
+  enum Likeness { SAME_RATE = 1, SAME_CHANNELS = 2, SAME_BOTH = 3 };
+  int CheckAlike(const char* function, Likeness likeness = SAME_BOTH) const;
+
+  /// Rate, format and channels of a port's latest link.
+  const FrameBuffer& InLink(std::size_t index = 0) const { return linkedIn[index]; }
+  const FrameBuffer& OutLink(std::size_t index = 0) const { return linkedOut[index]; }
 
   EndOfInput end;
   Parameters parameters;
 
  private:
   int CheckLink(const char* function, const FrameBuffer& fb, std::size_t index, std::size_t ports);
+
+  FrameBuffer linkedIn[MAX_EPS];  // the descriptors as they were at link time
+  FrameBuffer linkedOut[MAX_EPS];
 
   const char* const tag;
   const std::size_t inputs;
