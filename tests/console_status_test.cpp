@@ -126,6 +126,7 @@ TEST_F(Report, LooksIntoARouteThatIsStuck) {
     return zelk::FRAME_FADED_OUT;
   };
   MakePair();
+  TakeTrace();
   EXPECT_EQ(0, route->Start());
   WaitFor("src.ProcessFrame");
   EXPECT_EQ(0u, console.Ask("status").find(
