@@ -204,10 +204,7 @@ void ZelkImpl::OnCommand_delete(std::stringstream& args, std::string& reply) {
   if (!route) return;
 
   if (instance == "!") {
-    RouteImpl* const deleted = route.get();
-    // DeleteRoute waits for leases, this one included.
-    route.End();
-    DeleteRoute(deleted);
+    DeleteRoute(route.get(), &route);
     reply = "Deleted " + routeName + "\n";
     return;
   }

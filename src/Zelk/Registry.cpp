@@ -61,7 +61,10 @@ Route* ZelkImpl::NewRoute(const char* name, Route::Callbacks* callbacks) {
 }
 
 void ZelkImpl::DeleteRoute(Route* route) {
-  if (route == nullptr) return;
+  if (route != nullptr) DeleteRoute(route, nullptr);
+}
+
+void ZelkImpl::DeleteRoute(Route* route, RouteLease* lease) {
   std::shared_ptr<RouteImpl> taken;
   bool onOwnThread = false;
   {
@@ -70,15 +73,18 @@ void ZelkImpl::DeleteRoute(Route* route) {
       return entry.get() == route && entry->OnOwnThread();
     });
     if (!onOwnThread) taken = TakeOut(routes, route);
+    // Not before: without the lease the address might be another route's by now.
+    if (lease != nullptr) lease->End_l();
     // The console may be in the middle of a command on it.
     while (taken != nullptr && leases.count(taken.get()) != 0)
       leaseEnded.wait(lock);
   }
   if (onOwnThread) {
-    LOG_E("Can't delete route %p on its own thread, which would wait for itself",
-          static_cast<void*>(route));
+    ZELK_LOG_AS('E', "DeleteRoute",
+                "Can't delete route %p on its own thread, which would wait for itself",
+                static_cast<void*>(route));
   } else if (taken == nullptr) {
-    LOG_W("Can't find route %p", static_cast<void*>(route));
+    ZELK_LOG_AS('W', "DeleteRoute", "Can't find route %p", static_cast<void*>(route));
   }
 }
 
@@ -139,12 +145,12 @@ ZelkImpl::RouteLease::RouteLease(ZelkImpl& owner, const std::string& name) : zel
 }
 
 ZelkImpl::RouteLease::~RouteLease() {
-  End();
-}
-
-void ZelkImpl::RouteLease::End() {
   if (route == nullptr) return;
   Lock lock(zelk.mutex);
+  End_l();
+}
+
+void ZelkImpl::RouteLease::End_l() {
   const auto lease = zelk.leases.find(route);
   if (--lease->second == 0) zelk.leases.erase(lease);
   route = nullptr;

@@ -52,10 +52,10 @@ class ZelkImpl final : public Zelk {
     RouteImpl* operator->() const { return route; }
     RouteImpl* get() const { return route; }
 
-    /// Ends the lease before its time, for the one who deletes the route.
-    void End();
-
    private:
+    friend class ZelkImpl;
+    void End_l() ZELK_TSA(no_thread_safety_analysis);  // the registry's lock held
+
     ZelkImpl& zelk;
     RouteImpl* route = nullptr;
   };
@@ -66,6 +66,9 @@ class ZelkImpl final : public Zelk {
 
  private:
   friend void MainThread(ZelkImpl* zelk);
+
+  /// With the caller's own lease, if any, which ends when the route has left the list.
+  void DeleteRoute(Route* route, RouteLease* lease) ZELK_EXCLUDES(mutex);
 
   void ReadProfile();
   void AbandonInChild() ZELK_TSA(no_thread_safety_analysis);
