@@ -1,10 +1,9 @@
 // filesrc PATH: a source that reads a sound file (WAV, FLAC, OGG, MP3 and what else libsndfile
 // knows).
 //
-// Its link must have the file's rate and channels, and may have any sample format. A route that was
-// stopped goes on where it was; after the end of the file it starts again from the beginning.
-// Parameter 1 (0 or 1) repeats the file without a gap, parameter 2 is the position in seconds, to
-// which a running route fades over, parameter 3 the file's duration.
+// Its link must have the file's rate and channels. A route that was stopped goes on where it was;
+// after the end of the file it begins anew. Parameter 1 (0 or 1) repeats the file without a gap, 2
+// is the position in seconds, to which a running route fades over, 3 the duration.
 #include "common/Arguments.h"
 #include "common/Crossfade.h"
 #include "common/Log.h"
@@ -48,7 +47,7 @@ class FileSource final : public StockBlock {
 
   long ProcessFrame() override {
     if (auto answer = end.SourceAnswer()) return *answer;
-    const long wanted = Out().samplesPerFrame;
+    const long wanted = Room();
     const long samples = Fill(wanted);
     if (sf_error(file.get()) != SF_ERR_NO_ERROR)
       return Refuse(__func__, path + ": " + sf_strerror(file.get()));
@@ -73,19 +72,17 @@ class FileSource final : public StockBlock {
   }
 
  private:
-  /// Fills the output with up to `wanted` samples; how many. A file that repeats has no end, unless
-  /// it has no samples.
+  /// Fills the output with up to `wanted` samples; how many. A file that repeats has no end.
   long Fill(long wanted) {
     const std::size_t unit = Out().channels * BytesPerSample(Out().format);
     long samples = 0;
     for (bool fresh = false; samples < wanted;) {
-      const long got =
-          Read(Out().data + static_cast<std::size_t>(samples) * unit, wanted - samples);
+      const auto done = static_cast<std::size_t>(samples);
+      const long got = Read(Out().data + done * unit, wanted - samples);
       samples += got;
       at += got;
       if (samples == wanted || !loop || (fresh && got == 0)) break;
-      if (sf_seek(file.get(), 0, SEEK_SET) != 0) break;
-      at = 0;
+      if ((at = sf_seek(file.get(), 0, SEEK_SET)) != 0) break;
       fresh = true;
     }
     return samples;
@@ -93,9 +90,8 @@ class FileSource final : public StockBlock {
 
   /// Goes on from sample `target`; fades over to it while samples are flowing.
   int GoTo(long long target) {
-    const bool flowing = clock.Samples() > 0 && !atEnd;
     std::vector<double> old;
-    if (flowing) {
+    if (clock.Samples() > 0 && !atEnd) {
       old.resize(static_cast<std::size_t>(std::llround(RAMP_SECONDS * info.samplerate)) *
                  static_cast<std::size_t>(info.channels));
       // Behind the file's end there is the silence that the rest of `old` holds.
@@ -119,11 +115,10 @@ class FileSource final : public StockBlock {
       return static_cast<long>(sf_readf_int(f, reinterpret_cast<int*>(data), wanted));
     if (Out().format == S16_NATIVE && (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16)
       return static_cast<long>(sf_readf_short(f, reinterpret_cast<short*>(data), wanted));
-    const std::size_t channels = Out().channels;
-    if (scratch.size() < static_cast<std::size_t>(wanted) * channels)
-      scratch.resize(static_cast<std::size_t>(wanted) * channels);
+    const std::size_t count = static_cast<std::size_t>(wanted) * Out().channels;
+    if (scratch.size() < count) scratch.resize(count);
     const auto got = sf_readf_double(f, scratch.data(), wanted);
-    Encode(Out().format, scratch.data(), data, static_cast<std::size_t>(got) * channels);
+    Encode(Out().format, scratch.data(), data, static_cast<std::size_t>(got) * Out().channels);
     return static_cast<long>(got);
   }
 

@@ -5,9 +5,8 @@
 // count as silence when they have ended. Inputs may come in frames of any lengths: what has no
 // counterpart yet is queued, up to about two frames, and then left with its producer.
 #include "common/Arguments.h"
-#include "common/InputQueue.h"
-#include "common/Level.h"
 #include "common/Log.h"
+#include "common/Mixdown.h"
 #include "common/SampleClock.h"
 #include "common/Samples.h"
 #include "common/StockBlock.h"
@@ -23,34 +22,22 @@ using namespace zelk::blocks;
 
 constexpr char LOG_TAG[] = "blocks/mixer";
 constexpr double MAX_DB = 60;
-constexpr std::size_t PIECE = InputQueue::PIECE;
-
-struct Input {
-  double db = 0;
-  bool muted = false;
-  Ramp level{1};
-  InputQueue queue;
-
-  double Target() const { return muted ? 0 : DbToLinear(db); }
-};
 
 class Mixer final : public StockBlock {
  public:
-  Mixer(bool first, bool last, double initialDb)
-      : StockBlock(LOG_TAG, first, last, MAX_EPS, 1), db(initialDb), master(DbToLinear(initialDb)) {
-    parameters.Add({1, "master", "dB", SILENT_DB, MAX_DB, initialDb, [this] { return db; },
-                    [this](double value) {
-                      db = value;
-                      return Move(master, DbToLinear(value));
-                    }});
-    for (unsigned int i = 0; i < MAX_EPS; ++i)
-      AddParameters(i);
+  Mixer(bool first, bool last, double initialDb) : StockBlock(LOG_TAG, first, last, MAX_EPS, 1) {
+    master.db = initialDb;
+    AddLevel(1, "master", master);
+    for (unsigned int i = 0; i < MAX_EPS; ++i) {
+      AddLevel(100 + i, "gain" + std::to_string(i), inputs[i].fader);
+      AddMute(200 + i, "mute" + std::to_string(i), inputs[i].fader);
+    }
   }
 
   int Start() override {
-    master.Jump(DbToLinear(db));
-    for (Input& input : inputs)
-      input.level.Jump(input.Target());
+    master.Settle();
+    for (MixInput& input : inputs)
+      input.fader.Settle();
     return StockBlock::Start();
   }
 
@@ -61,18 +48,18 @@ class Mixer final : public StockBlock {
     const long samples = TakeFrames(last);
     if (!MakeRoom(samples)) return -20;
     if (wide)
-      Mix<double>(samples);
+      Mixdown<double>(playing, master, Out(), samples);
     else
-      Mix<float>(samples);
-    for (const auto& [index, ep] : ActiveInEps())
-      inputs[index].queue.Keep();
+      Mixdown<float>(playing, master, Out(), samples);
+    for (MixInput* input : playing)
+      input->queue.Keep();
     const long long time = clock.Now(OutLink().rate);
     clock.Advance(samples);
     return end.Send(samples, time, last);
   }
 
   void Reset() override {
-    for (Input& input : inputs)
+    for (MixInput& input : inputs)
       input.queue.Clear();
   }
 
@@ -89,8 +76,10 @@ class Mixer final : public StockBlock {
     long longest = 0;
     long shortest = LONG_MAX;
     bool timed = false;
+    playing.clear();
     for (const auto& [index, ep] : ActiveInEps()) {
       InputQueue& queue = inputs[index].queue;
+      playing.push_back(&inputs[index]);
       const FrameBuffer frame = Frame(index);
       const long long time = TimeOf(frame.timestamp);
       if (frame.validSamples > 0 && time >= 0 && !timed) {
@@ -109,45 +98,25 @@ class Mixer final : public StockBlock {
     return last ? longest : shortest;
   }
 
-  template <class Real>
-  void Mix(long samples) {
-    Real scratch[PIECE];
-    const unsigned int channels = OutLink().channels;
-    unsigned char* to = Out().data;
-    for (long left = samples; left > 0;) {
-      const long n = std::min(left, static_cast<long>(PIECE / channels));
-      const std::size_t count = static_cast<std::size_t>(n) * channels;
-      Real* const sum = ToEncode(OutLink().format, to, scratch);
-      bool fresh = true;
-      for (const auto& [index, ep] : ActiveInEps()) {
-        inputs[index].queue.AddTo(sum, fresh, n, inputs[index].level);
-        fresh = false;
-      }
-      Apply(master, sum, n, channels);
-      Encoded(OutLink().format, sum, to, count);
-      to += count * BytesPerSample(OutLink().format);
-      left -= n;
-    }
+  void AddLevel(unsigned int id, const std::string& what, Fader& fader) {
+    const auto set = [this, &fader](double value) {
+      fader.db = value;
+      return Move(fader);
+    };
+    parameters.Add(
+        {id, what, "dB", SILENT_DB, MAX_DB, fader.db, [&fader] { return fader.db; }, set});
   }
 
-  void AddParameters(unsigned int i) {
-    Input& input = inputs[i];
-    parameters.Add({100 + i, "gain" + std::to_string(i), "dB", SILENT_DB, MAX_DB, 0,
-                    [&input] { return input.db; },
-                    [this, &input](double value) {
-                      input.db = value;
-                      return Move(input.level, input.Target());
-                    }});
-    parameters.Add({200 + i, "mute" + std::to_string(i), "-", 0, 1, 0,
-                    [&input] { return input.muted ? 1.0 : 0.0; },
-                    [this, &input](double value) {
-                      input.muted = value >= 0.5;
-                      return Move(input.level, input.Target());
-                    }});
+  void AddMute(unsigned int id, const std::string& what, Fader& fader) {
+    const auto set = [this, &fader](double value) {
+      fader.muted = value >= 0.5;
+      return Move(fader);
+    };
+    parameters.Add({id, what, "-", 0, 1, 0, [&fader] { return fader.muted ? 1.0 : 0.0; }, set});
   }
 
-  int Move(Ramp& ramp, double target) const {
-    ramp.MoveTo(target, std::llround(RAMP_SECONDS * OutLink().rate));
+  int Move(Fader& fader) const {
+    fader.level.MoveTo(fader.Target(), std::llround(RAMP_SECONDS * OutLink().rate));
     return 0;
   }
 
@@ -155,15 +124,15 @@ class Mixer final : public StockBlock {
     wide = outEps[0].IsActive() && NeedsDouble(OutLink().format);
     for (const auto& [index, ep] : ActiveInEps()) {
       wide = wide || NeedsDouble(InLink(index).format);
-      if (InLink(index).channels > PIECE)
-        return Refuse(function, "more than " + std::to_string(PIECE) + " channels");
+      if (InLink(index).channels > MIX_CHANNELS)
+        return Refuse(function, "more than " + std::to_string(MIX_CHANNELS) + " channels");
     }
     return CheckAlike(function);
   }
 
-  double db;
-  Ramp master;
-  Input inputs[MAX_EPS];
+  Fader master;
+  MixInput inputs[MAX_EPS];
+  std::vector<MixInput*> playing;  // the linked ones
   bool wide = false;
   SampleClock clock;
 };

@@ -62,13 +62,16 @@ FrameBuffer StockBlock::Frame(std::size_t index) {
   return fb;
 }
 
-bool StockBlock::MakeRoom(long samples, std::size_t index) {
+long StockBlock::Room(std::size_t index) {
   PutRight(Out(index), linkedOut[index]);
-  long& known = linkedOut[index].samplesPerFrame;
-  if (samples <= known && samples <= Out(index).samplesPerFrame) return true;
+  return Out(index).samplesPerFrame = linkedOut[index].samplesPerFrame;
+}
+
+bool StockBlock::MakeRoom(long samples, std::size_t index) {
+  if (samples <= Room(index)) return true;
   outEps[index].Resize(samples);
   if (Out(index).samplesPerFrame == samples) {
-    known = samples;
+    linkedOut[index].samplesPerFrame = samples;
     return true;
   }
   Refuse(__func__,

@@ -42,8 +42,11 @@ class StockBlock : public Block {
   /// format and channels are put right, and there are no more samples than its buffer holds.
   FrameBuffer Frame(std::size_t index = 0);
 
-  /// Makes room for `samples` in output `index`, and its descriptor the link's again; false, after
-  /// an E record, when there is none.
+  /// Samples that output `index` holds. Puts its descriptor right first.
+  long Room(std::size_t index = 0);
+
+  /// Makes room for `samples` in output `index`, which nothing else may resize; false, after an E
+  /// record, when there is none. Puts its descriptor right.
   bool MakeRoom(long samples, std::size_t index = 0);
 
   /// Refuses unless all linked ports are alike in what is asked for. `function` is the hook's name.

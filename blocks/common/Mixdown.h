@@ -1,0 +1,87 @@
+// Adding up inputs of any formats, each at its level.
+#pragma once
+
+#include "common/InPlace.h"
+#include "common/InputQueue.h"
+#include "common/Level.h"
+
+#include <vector>
+
+namespace zelk::blocks {
+
+/// A level that a user sets and that moves without a click.
+struct Fader {
+  double db = 0;
+  bool muted = false;
+  Ramp level{1};
+
+  double Target() const { return muted ? 0 : DbToLinear(db); }
+  void Settle() { level.Jump(Target()); }
+};
+
+struct MixInput {
+  Fader fader;
+  InputQueue queue;
+};
+
+inline constexpr std::size_t MIX_CHANNELS = 1024;  // numbers mixed at once: in the nearest cache
+
+/// Adds `values` times `gain` to `sum`, or puts them there if it is `fresh`.
+template <class Real>
+void AddTimes(Real* __restrict sum, bool fresh, const Real* __restrict values, Real gain,
+              std::size_t count) {
+  if (fresh) {
+    for (std::size_t i = 0; i < count; ++i)
+      sum[i] = gain * values[i];
+  } else {
+    for (std::size_t i = 0; i < count; ++i)
+      sum[i] += gain * values[i];
+  }
+}
+
+/// Takes up to `samples` from the input and adds them; silence where there are none left.
+template <class Real>
+void Add(MixInput& input, Real* sum, bool fresh, long samples) {
+  const FrameBuffer& link = input.queue.Link();
+  Ramp& level = input.fader.level;
+  Real scratch[MIX_CHANNELS];
+  for (long n = samples; samples > 0 && input.queue.Available() > 0; n = samples) {
+    const unsigned char* const from = input.queue.Pop(n);
+    const std::size_t count = static_cast<std::size_t>(n) * link.channels;
+    if (level.Moving()) {
+      Decode(link.format, from, scratch, count);
+      Apply(level, scratch, n, link.channels);
+      AddTimes(sum, fresh, scratch, Real{1}, count);
+    } else if (level.Current() != 0) {
+      AddTimes(sum, fresh, Decoded(link.format, from, scratch, count),
+               static_cast<Real>(level.Current()), count);
+    } else if (fresh) {
+      std::fill_n(sum, count, Real{0});
+    }
+    sum += count;
+    samples -= n;
+  }
+  if (fresh) std::fill_n(sum, static_cast<std::size_t>(samples) * link.channels, Real{0});
+}
+
+/// Fills `out` with `samples` of all `inputs`, which have its channels. [route-thread, real-time
+/// safe]
+template <class Real>
+void Mixdown(const std::vector<MixInput*>& inputs, Fader& master, const FrameBuffer& out,
+             long samples) {
+  Real scratch[MIX_CHANNELS];
+  unsigned char* to = out.data;
+  for (long left = samples; left > 0;) {
+    const long n = std::min(left, static_cast<long>(MIX_CHANNELS / out.channels));
+    const std::size_t count = static_cast<std::size_t>(n) * out.channels;
+    Real* const sum = ToEncode(out.format, to, scratch);
+    for (MixInput* input : inputs)
+      Add(*input, sum, input == inputs.front(), n);
+    Apply(master.level, sum, n, out.channels);
+    Encoded(out.format, sum, to, count);
+    to += count * BytesPerSample(out.format);
+    left -= n;
+  }
+}
+
+}  // namespace zelk::blocks
