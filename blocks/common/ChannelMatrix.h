@@ -76,8 +76,8 @@ class ChannelMatrix {
   void Product(const Real* __restrict in, Real* __restrict out, std::size_t samples, Ins inputs,
                Outs outputs) const {
     const double* const factors = now.data();
-    for (std::size_t o = 0; o < outputs; ++o) {
-      for (std::size_t i = 0; i < samples; ++i) {
+    for (std::size_t i = 0; i < samples; ++i) {
+      for (std::size_t o = 0; o < outputs; ++o) {
         Real sum = 0;
         for (std::size_t c = 0; c < inputs; ++c)
           sum += static_cast<Real>(factors[o * inputs + c]) * in[i * inputs + c];
