@@ -100,7 +100,8 @@ long DeviceBlock::ProcessFrame() {
 long DeviceBlock::Capture() {
   const FrameBuffer& stream = Stream();
   std::uint64_t gap = 0;
-  const std::size_t wanted = static_cast<std::size_t>(std::max(0L, Out().samplesPerFrame));
+  if (!MakeRoom(stream.samplesPerFrame)) return -20;
+  const std::size_t wanted = static_cast<std::size_t>(stream.samplesPerFrame);
   const std::size_t samples = queue->WaitForCapture(wanted, gap);
   clock.Advance(static_cast<long long>(gap));
   if (samples == 0) return Late();

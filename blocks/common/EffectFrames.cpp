@@ -152,7 +152,7 @@ void EffectBlock::RunTail(std::size_t samples) {
 }
 
 long EffectBlock::SendTail() {
-  const std::size_t frame = static_cast<std::size_t>(std::max(1L, Out().samplesPerFrame));
+  const std::size_t frame = static_cast<std::size_t>(std::max(1L, OutLink().samplesPerFrame));
   if (tailLeft > 0 && heldLoud <= frame)
     RunTail(static_cast<std::size_t>(std::min<long long>(tailLeft, static_cast<long>(frame))));
   const std::size_t quiet = held.size() / OutLink().channels - heldLoud;
