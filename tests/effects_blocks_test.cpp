@@ -66,6 +66,21 @@ TEST_F(EffectsBlocks, ATailReachesTheSinkUpToItsLastAudibleSample) {
   EXPECT_EQ(Floats(1003, 0.0F), Through("ladspa", delay, noise, 1, 1, "0"));
 }
 
+TEST_F(EffectsBlocks, ATailHasATailInTheNextEffect) {
+  const Floats noise = test::Noise(777);
+  test::WriteFloats(directory / "in.wav", noise);
+  const Words delay = {"delay", "delay_5s", "0=0.5", "1=1"};
+  Block* const blocks[] = {Source("filesrc", {directory / "in.wav"}), Middle("ladspa", delay),
+                           Middle("ladspa", delay),
+                           Sink("filesink", {directory / "out.wav", "wavf"})};
+  for (int i = 0; i < 3; ++i)
+    ASSERT_TRUE(Link(blocks[i], blocks[i + 1], 1, FLOAT_BE, 48000, 333));
+  EXPECT_EQ(Route::END_OF_FILE, Run());
+  Floats expected(48000, 0.0F);
+  expected.insert(expected.end(), noise.begin(), noise.end());
+  EXPECT_EQ(expected, test::ReadFloats(directory / "out.wav"));
+}
+
 TEST_F(EffectsBlocks, AnLv2EchoIsWhatTheEffectItselfComputes) {
   const Floats noise = test::Noise(5000);
   const Floats out = Through("lv2", {ECHO, "fx_mix=0.5", "feedback=0.5"}, noise, 1, 2);

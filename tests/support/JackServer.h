@@ -41,8 +41,6 @@ class JackServer {
   /// but loses none.
   explicit JackServer(const std::string& tag)
       : name("zelk-" + tag + "-" + std::to_string(getpid())) {
-    // Server and clients meet in shared memory; a lock on it may not be had in a container.
-    setenv("JACK_NO_AUDIO_RESERVATION", "1", 1);
     pid = Spawn({"jackd", "-n", name, "-r", "-S", "-d", "dummy", "-r", "48000", "-p", "512"});
     running = pid > 0 && WaitFor(Spawn({"jack_wait", "-s", name, "-w", "-t", "20"})) == 0;
   }
