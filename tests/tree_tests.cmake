@@ -12,5 +12,7 @@ file(GLOB voices /usr/share/sounds/alsa/*.wav)
 if(TARGET demo-files AND TARGET filesrc AND voices)
   add_test(NAME demo COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
     ${PROJECT_SOURCE_DIR}/examples/demo.bash ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR}/demo-out)
-  set_tests_properties(demo PROPERTIES TIMEOUT 300)
+  add_test(NAME readme_session COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
+    ${CMAKE_CURRENT_SOURCE_DIR}/readme_session_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+  set_tests_properties(demo readme_session PROPERTIES TIMEOUT 300)
 endif()
