@@ -166,14 +166,14 @@ frames_in_all() {
 
 # Tells how far the routes are while the host runs.
 watch() {
-  local all done now
+  local all ran now
   all=$(frames_in_all)
   while kill -0 "$host" 2>/dev/null; do
     sleep 0.1
     [ -t 1 ] || continue
-    done=$("$bin/vosh" --timeout 5 status 2>/dev/null |
+    ran=$("$bin/vosh" --timeout 5 status 2>/dev/null |
       awk '/ processed OK, / { sum += $4 } END { print sum + 0 }') || continue
-    now=$((100 * done / all))
+    now=$((100 * ran / all))
     printf '\r%3d %% ' $((now > 100 ? 100 : now))
   done
   [ ! -t 1 ] || printf '\r      \r'

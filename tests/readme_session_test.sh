@@ -7,6 +7,7 @@ work=$(mktemp -d)
 host=
 trap '[ -z "$host" ] || kill -9 "$host" 2>/dev/null; rm -rf "$work"' EXIT
 ln -s "$build" "$work/build"
+mkdir "$work/demo-out"  # the demo's
 cd "$work" || exit
 
 fail() {
@@ -36,7 +37,7 @@ typed() {
   case $command in
     '') return ;;
     'vosh top'*) type_top "${command%%#*}"; return ;;
-    export*) eval "$command"; return ;;
+    export* | cd*) eval "$command"; return ;;
     *'&') eval "$command"
       host=$!
       for ((tries = 0; tries < 300; tries++)); do vosh status &>/dev/null && break; sleep 0.1; done
@@ -64,4 +65,4 @@ typed
 
 [ -z "$host" ] || fail "the README leaves its host behind"
 [ "$(head -c 4 voice.wav)" = RIFF ] && [ "$(wc -c <voice.wav)" -gt 1000 ] || fail "no voice.wav"
-grep -q '<svg' graph.svg && grep -q filesink_0 graph.svg || fail "graph.svg draws no graph"
+grep -q '<svg' session.svg && grep -q filesink_0 session.svg || fail "session.svg draws no graph"
