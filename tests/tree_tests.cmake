@@ -7,9 +7,12 @@ if(TARGET filesrc AND TARGET gain AND TARGET filesink)
   set_tests_properties(installed PROPERTIES TIMEOUT 300)
 endif()
 
-# Nine routes at once, and each sample of theirs looked at.
+# Ten routes at once, and each sample of theirs looked at.
 file(GLOB voices /usr/share/sounds/alsa/*.wav)
-if(TARGET demo-host AND TARGET filesrc AND voices)
+if(TARGET demo-files AND TARGET filesrc AND voices)
   add_test(NAME demo COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
-    $<TARGET_FILE:demo-host> ${CMAKE_CURRENT_BINARY_DIR}/demo-out ${voices})
+    ${PROJECT_SOURCE_DIR}/examples/demo.bash ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR}/demo-out)
+  add_test(NAME readme_session COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
+    ${CMAKE_CURRENT_SOURCE_DIR}/readme_session_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+  set_tests_properties(demo readme_session PROPERTIES TIMEOUT 300)
 endif()
