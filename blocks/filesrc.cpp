@@ -1,9 +1,8 @@
-// filesrc PATH: a source that reads a sound file (WAV, FLAC, OGG, MP3 and what else libsndfile
-// knows).
+// filesrc PATH: a source that reads a sound file: WAV, FLAC, OGG, MP3 and what else libsndfile
+// knows.
 //
-// Its link must have the file's rate and channels. A route that was stopped goes on where it was;
-// after the end of the file it begins anew. Parameter 1 (0 or 1) repeats the file without a gap, 2
-// is the position in seconds, to which a running route fades over, 3 the duration.
+// Its link must have the file's rate and channels. A route that was stopped goes on where it was, or
+// begins anew after the end. Parameter 1 repeats the file, 2 is the position, 3 the duration.
 #include "common/Arguments.h"
 #include "common/Crossfade.h"
 #include "common/Log.h"
@@ -35,8 +34,7 @@ class FileSource final : public StockBlock {
     parameters.Add({2, "position", "s", 0, duration, 0,
                     [this] { return static_cast<double>(at) / info.samplerate; },
                     [this](double value) { return GoTo(std::llround(value * info.samplerate)); }});
-    parameters.Add(
-        {3, "duration", "s", 0, duration, duration, [duration] { return duration; }, {}});
+    parameters.Add({3, "duration", "s", 0, duration, duration, [=] { return duration; }, {}});
   }
 
   int Start() override {
@@ -77,8 +75,8 @@ class FileSource final : public StockBlock {
     const std::size_t unit = Out().channels * BytesPerSample(Out().format);
     long samples = 0;
     for (bool fresh = false; samples < wanted;) {
-      const auto done = static_cast<std::size_t>(samples);
-      const long got = Read(Out().data + done * unit, wanted - samples);
+      const long got =
+          Read(Out().data + static_cast<std::size_t>(samples) * unit, wanted - samples);
       samples += got;
       at += got;
       if (samples == wanted || !loop || (fresh && got == 0)) break;
@@ -105,8 +103,8 @@ class FileSource final : public StockBlock {
     return 0;
   }
 
-  /// Reads up to `wanted` samples; how many. Straight where libsndfile can deliver
-  /// the link's format without rounding, else through double, which holds every sample exactly.
+  /// Reads up to `wanted` samples; how many. Straight where libsndfile can deliver the link's
+  /// format without rounding, else through double, which holds every sample exactly.
   long Read(unsigned char* data, long wanted) {
     SNDFILE* const f = file.get();
     if (Out().format == FLOAT_NATIVE)
@@ -115,8 +113,7 @@ class FileSource final : public StockBlock {
       return static_cast<long>(sf_readf_int(f, reinterpret_cast<int*>(data), wanted));
     if (Out().format == S16_NATIVE && (info.format & SF_FORMAT_SUBMASK) == SF_FORMAT_PCM_16)
       return static_cast<long>(sf_readf_short(f, reinterpret_cast<short*>(data), wanted));
-    const std::size_t count = static_cast<std::size_t>(wanted) * Out().channels;
-    if (scratch.size() < count) scratch.resize(count);
+    scratch.resize(static_cast<std::size_t>(wanted) * Out().channels);
     const auto got = sf_readf_double(f, scratch.data(), wanted);
     Encode(Out().format, scratch.data(), data, static_cast<std::size_t>(got) * Out().channels);
     return static_cast<long>(got);
