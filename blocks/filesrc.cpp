@@ -1,8 +1,8 @@
 // filesrc PATH: a source that reads a sound file: WAV, FLAC, OGG, MP3 and what else libsndfile
 // knows.
 //
-// Its link must have the file's rate and channels. A route that was stopped goes on where it was, or
-// begins anew after the end. Parameter 1 repeats the file, 2 is the position, 3 the duration.
+// Its link must have the file's rate and channels. A stopped route goes on where it was, or begins
+// anew after the end. Parameter 1 repeats the file, 2 is the position, 3 the duration.
 #include "common/Arguments.h"
 #include "common/Crossfade.h"
 #include "common/Log.h"
