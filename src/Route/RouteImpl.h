@@ -103,6 +103,7 @@ class RouteImpl final : public Route {
   Verdict RunWave();
   Verdict RunBlock(Block* block);
   void Schedule(Block* block);
+  void ScheduleInOrder(Block* block);
   void ScheduleDownstream(const Block& block);
   void EndFrame(bool endOfFile, bool error);
   int Start_l();
