@@ -32,6 +32,7 @@ std::uint64_t StopCounting() {
 #if defined(__GLIBC__)
 // In front of the C library's own, which every library of the process allocates from. Not for every
 // platform: elsewhere the count stays 0 and the report says nothing of it.
+#pragma GCC visibility push(default)
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -66,4 +67,5 @@ int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
   return 0;
 }
 }
+#pragma GCC visibility pop
 #endif

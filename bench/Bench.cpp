@@ -74,15 +74,6 @@ double Now() {
   return Seconds(CLOCK_MONOTONIC);
 }
 
-Work OnThisThread(std::function<void()> once) {
-  return [once = std::move(once)](std::int64_t count) {
-    const double begin = ThreadSeconds();
-    for (std::int64_t i = 0; i < count; ++i)
-      once();
-    return Slice{ThreadSeconds() - begin};
-  };
-}
-
 Slice Summary(double seconds, std::vector<double>& calls) {
   std::sort(calls.begin(), calls.end());
   return {seconds, calls[calls.size() / 2], calls[calls.size() - 1 - calls.size() / 100]};

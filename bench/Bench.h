@@ -30,7 +30,15 @@ double ThreadSeconds();
 double Now();
 
 /// The work of one thread that `once` does, by processor time.
-Work OnThisThread(std::function<void()> once);
+template <typename Once>
+Work OnThisThread(Once once) {
+  return [once](std::int64_t count) {
+    const double begin = ThreadSeconds();
+    for (std::int64_t i = 0; i < count; ++i)
+      once();
+    return Slice{ThreadSeconds() - begin};
+  };
+}
 
 /// Sums up single calls, in seconds. Sorts them.
 Slice Summary(double seconds, std::vector<double>& calls);

@@ -23,7 +23,7 @@ void Record(char level) {
   asm volatile("" : : "r"(text) : "memory");
 }
 
-constexpr char FILE_NAME[] = "bench-records.log";
+constexpr char FILE_NAME[] = "/tmp/zelk-bench-records.log";
 constexpr char LINE[] = "I/bench Record RouteA: gain_0 is done\n";
 
 Work ToFile() {
@@ -32,7 +32,7 @@ Work ToFile() {
 }
 
 Work BareWrite() {
-  const int file = open("bench-write.log", O_CREAT | O_WRONLY | O_APPEND | O_TRUNC, 0644);
+  const int file = open("/tmp/zelk-bench-write.log", O_CREAT | O_WRONLY | O_APPEND | O_TRUNC, 0644);
   Require(file >= 0, "open");
   return OnThisThread([file] { Require(write(file, LINE, sizeof LINE - 1) > 0, "write"); });
 }

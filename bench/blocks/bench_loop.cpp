@@ -85,19 +85,33 @@ using Loop = void (*)(unsigned char* out, const unsigned char* const* ins, std::
                       std::size_t count);
 
 template <typename In, typename Out>
-void AddUp(unsigned char* __restrict out, const unsigned char* const* ins, std::size_t inputs,
+using Sum = std::common_type_t<typename In::Real, typename Out::Real>;
+
+template <typename In, typename Out>
+void One(unsigned char* __restrict out, const unsigned char* __restrict a, std::size_t count) {
+  using Real = Sum<In, Out>;
+  for (std::size_t i = 0; i < count; ++i)
+    Out::Store(out + i * Out::BYTES, Real{0.5} * In::template Load<Real>(a + i * In::BYTES));
+}
+
+template <typename In, typename Out>
+void Two(unsigned char* __restrict out, const unsigned char* __restrict a,
+         const unsigned char* __restrict b, std::size_t count) {
+  using Real = Sum<In, Out>;
+  for (std::size_t i = 0; i < count; ++i) {
+    const Real sum =
+        In::template Load<Real>(a + i * In::BYTES) + In::template Load<Real>(b + i * In::BYTES);
+    Out::Store(out + i * Out::BYTES, Real{0.5} * sum);
+  }
+}
+
+template <typename In, typename Out>
+void AddUp(unsigned char* out, const unsigned char* const* ins, std::size_t inputs,
            std::size_t count) {
-  using Sum = std::common_type_t<typename In::Real, typename Out::Real>;
-  constexpr Sum half{0.5};
-  const unsigned char* __restrict a = ins[0];
-  const unsigned char* __restrict b = ins[1];
   if (inputs == 1) {
-    for (std::size_t i = 0; i < count; ++i)
-      Out::Store(out + i * Out::BYTES, half * In::template Load<Sum>(a + i * In::BYTES));
+    One<In, Out>(out, ins[0], count);
   } else {
-    for (std::size_t i = 0; i < count; ++i)
-      Out::Store(out + i * Out::BYTES, half * In::template Load<Sum>(a + i * In::BYTES) +
-                                           half * In::template Load<Sum>(b + i * In::BYTES));
+    Two<In, Out>(out, ins[0], ins[1], count);
   }
 }
 
