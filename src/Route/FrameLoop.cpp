@@ -29,6 +29,12 @@ int RouteImpl::MainThreadLoop() {
 }
 
 int RouteImpl::Preprocess() {
+  // Mostly nothing happens between two frames. A lock taken for nothing would be taken again so
+  // soon that callers who have been served could not get it to return.
+  if (!actionsWait.load(std::memory_order_acquire) && graphOk && !startCheck &&
+      view->status.load(std::memory_order_relaxed) == Status::RUNNING) {
+    return 0;
+  }
   Lock lock(mutex);
   ProcessActions();
   const Status status = view->status.load(std::memory_order_relaxed);

@@ -4,6 +4,7 @@
 #include <zelk/Block.h>
 #include <zelk/Route.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <map>
@@ -163,6 +164,10 @@ class RouteImpl final : public Route {
   Mutex mutex;
   std::list<std::shared_ptr<ActionPlus>> pendingActions ZELK_GUARDED_BY(mutex);
   std::condition_variable cond;
+
+  // Whether `pendingActions` holds any; changed with the mutex held, read by the route thread
+  // without.
+  std::atomic<bool> actionsWait{false};
 
   // Constant after construction.
   Route::Callbacks* const callbacks;
