@@ -28,8 +28,9 @@ long SlotsFor(long capacity, unsigned long elementSize) {
 }
 
 // The other side of a stream is often just copying: letting it run and looking again costs a fifth
-// of what going to sleep does, also where both share a core.
-constexpr int LOOKS = 4;
+// of what going to sleep does, also where both share a core. More often than once would give whole
+// time slices away on a core that is busy with other work.
+constexpr int LOOKS = 1;
 
 // In 0 .. divisor - 1, also for a negative value.
 long Modulo(long value, long divisor) {
