@@ -1,6 +1,7 @@
 // An action queued and waited for, by one and by four callers at once, on a stopped route and on
 // one that runs frames of a microsecond; beside it a bare hand-shake of the same pattern.
 #include <time.h>
+#include <initializer_list>
 
 #include <condition_variable>
 #include <deque>
@@ -116,7 +117,7 @@ Work Calls(bool running, std::size_t threads) {
 
 void AddActions() {
   for (const bool running : {false, true}) {
-    for (const std::size_t threads : {1, 4}) {
+    for (const std::size_t threads : std::initializer_list<std::size_t>{1, 4}) {
       std::string row = running ? "action-running-" : "action-stopped-";
       row += threads == 1 ? "1/" : "4/";
       Add(row + "floor", [=] { return Calls<Handshake>(running, threads); });

@@ -1,5 +1,6 @@
 // Blocks and links made in one batch, with their records composed by nobody: outputs are off. The
 // time is the caller's, from the call to its return.
+#include <initializer_list>
 #include "ZelkGraph.h"
 
 using namespace bench;
@@ -23,6 +24,6 @@ Work Build(std::size_t blocks) {
 }  // namespace
 
 void AddBuilding() {
-  for (const std::size_t blocks : {64, 512, 4096})
+  for (const std::size_t blocks : std::initializer_list<std::size_t>{64, 512, 4096})
     Add("building/zelk/" + std::to_string(blocks), [blocks] { return Build(blocks); });
 }

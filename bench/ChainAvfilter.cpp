@@ -5,6 +5,7 @@ extern "C" {
 #include <libavfilter/buffersrc.h>
 }
 
+#include <initializer_list>
 #include <memory>
 
 #include "ZelkGraph.h"
@@ -62,7 +63,7 @@ struct FilterGraph {
 
 void AddChainOfAvfilter() {
   // Its cost per filter grows with the graph; beyond this a slice takes too long.
-  for (const std::size_t blocks : {8, 32, 128, 512}) {
+  for (const std::size_t blocks : std::initializer_list<std::size_t>{8, 32, 128, 512}) {
     Add("chain/libavfilter anull/" + std::to_string(blocks), [blocks] {
       auto graph = std::make_shared<FilterGraph>(blocks);
       return OnThisThread([graph] { graph->Frame(); });

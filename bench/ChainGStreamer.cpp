@@ -2,6 +2,7 @@
 // pad of ours and leave at another. The buffer itself is made once.
 #include <gst/gst.h>
 
+#include <initializer_list>
 #include <memory>
 
 #include "ZelkGraph.h"
@@ -59,7 +60,7 @@ struct Pipeline {
 
 void AddChainOfGStreamer() {
   // An element calls the next: longer chains would need a larger stack.
-  for (const std::size_t blocks : {8, 32, 128, 512, 2048}) {
+  for (const std::size_t blocks : std::initializer_list<std::size_t>{8, 32, 128, 512, 2048}) {
     Add("chain/GStreamer identity/" + std::to_string(blocks), [blocks] {
       gst_init(nullptr, nullptr);
       auto pipeline = std::make_shared<Pipeline>(blocks);

@@ -2,6 +2,7 @@
 // thread.
 #include <juce_audio_processors/juce_audio_processors.h>
 
+#include <initializer_list>
 #include <memory>
 
 #include "ZelkGraph.h"
@@ -74,7 +75,7 @@ struct Graph {
 
 void AddChainOfJuce() {
   // It builds its list of operations in a time that grows with the cube of the graph.
-  for (const std::size_t blocks : {8, 32, 128, 512}) {
+  for (const std::size_t blocks : std::initializer_list<std::size_t>{8, 32, 128, 512}) {
     Add("chain/JUCE graph/" + std::to_string(blocks), [blocks] {
       auto graph = std::make_shared<Graph>(blocks);
       return OnThisThread([graph] { graph->Frame(); });

@@ -1,4 +1,5 @@
 // One block to many to one, and many routes at once: the cost of a branch and of a route.
+#include <initializer_list>
 #include "ZelkGraph.h"
 
 using namespace bench;
@@ -42,10 +43,10 @@ Work Routes(std::size_t count) {
 }  // namespace
 
 void AddFan() {
-  for (const std::size_t width : {1, 2, 4, 8, 16, 32})
+  for (const std::size_t width : std::initializer_list<std::size_t>{1, 2, 4, 8, 16, 32})
     Add("fan/zelk/" + std::to_string(width), [width] { return Fan(width); });
   // One row each: together they would need more names than there are for routes.
-  for (const std::size_t count : {1, 2, 4, 8})
+  for (const std::size_t count : std::initializer_list<std::size_t>{1, 2, 4, 8})
     Add("routes/zelk/" + std::to_string(count), [count] { return Routes(count); });
   Add("routes26/zelk/26", [] { return Routes(26); });
 }

@@ -16,7 +16,8 @@ zelk::Route* NewRoute() {
 
 // The bench's own plug-ins lie beside it, the stock blocks where the library looks.
 std::string FileOf(const std::string& plugin) {
-  return (plugin.starts_with("bench_") ? BENCH_BLOCKS "/" + plugin : plugin) + ".so";
+  std::string file = plugin.starts_with("bench_") ? BENCH_BLOCKS "/" : "";
+  return file.append(plugin).append(".so");
 }
 
 }  // namespace
