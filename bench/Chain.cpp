@@ -45,7 +45,7 @@ Work Limit(std::size_t blocks) {
 
 void AddChain() {
   for (const std::size_t blocks : SIZES) {
-    const std::string size = "/" + std::to_string(blocks);
+    const std::string size = std::string("/").append(std::to_string(blocks));
     Add("chain/limit" + size, [blocks] { return Limit(blocks); });
     Add("chain/zelk" + size, [blocks] { return Zelk(blocks); });
   }
