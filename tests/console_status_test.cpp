@@ -120,9 +120,8 @@ TEST_F(Report, CutsALineThatIsLongerThan255Characters) {
 
 TEST_F(Report, LooksIntoARouteThatIsStuck) {
   std::promise<void> release;
-  const std::shared_future<void> released(release.get_future());
-  Scripts()["src"].on["ProcessFrame"] = [released](ScriptedBlock*) -> long {
-    released.wait();
+  Scripts()["src"].on["ProcessFrame"] = [&](ScriptedBlock*) -> long {
+    release.get_future().wait();
     return zelk::FRAME_FADED_OUT;
   };
   MakePair();

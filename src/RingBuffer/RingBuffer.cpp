@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <thread>
 
 #include "Log.h"
 
@@ -25,6 +26,11 @@ long SlotsFor(long capacity, unsigned long elementSize) {
   }
   return slots;
 }
+
+// The other side of a stream is often just copying: letting it run and looking again costs a fifth
+// of what going to sleep does, also where both share a core. More often than once would give whole
+// time slices away on a core that is busy with other work.
+constexpr int LOOKS = 1;
 
 // In 0 .. divisor - 1, also for a negative value.
 long Modulo(long value, long divisor) {
@@ -166,6 +172,11 @@ void RingBuffer::Take_l(unsigned char* dst, long count) {
 // same moment does not count any more.
 bool RingBuffer::Await_l(std::unique_lock<std::mutex>& lock, std::condition_variable& condition,
                          Available available) {
+  for (int turn = 0; turn < LOOKS && !shutDown && (this->*available)() == 0; ++turn) {
+    lock.unlock();
+    std::this_thread::yield();
+    lock.lock();
+  }
   while (!shutDown && (this->*available)() == 0)
     condition.wait(lock);
   return !shutDown;

@@ -102,6 +102,7 @@ void RouteImpl::SubmitBatch(std::list<std::shared_ptr<ActionPlus>>& batch) {
 
   Lock lock(mutex);
   pendingActions.splice(pendingActions.end(), batch);
+  actionsWait.store(true, std::memory_order_release);
   cond.notify_one();
   while (!executed)
     finished.wait(lock);
@@ -126,6 +127,7 @@ void RouteImpl::ProcessActions() {
     }
     pendingActions.pop_front();
   }
+  actionsWait.store(false, std::memory_order_relaxed);
   // Callers resume when the lock is released, so they already find the new graph published.
   Guarded([&] { PublishGraph(); },
           [&](const char* why) {

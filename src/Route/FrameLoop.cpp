@@ -29,6 +29,12 @@ int RouteImpl::MainThreadLoop() {
 }
 
 int RouteImpl::Preprocess() {
+  // Mostly nothing happens between two frames. A lock taken for nothing would be taken again so
+  // soon that callers who have been served could not get it to return.
+  if (!actionsWait.load(std::memory_order_acquire) && graphOk && !startCheck &&
+      view->status.load(std::memory_order_relaxed) == Status::RUNNING) {
+    return 0;
+  }
   Lock lock(mutex);
   ProcessActions();
   const Status status = view->status.load(std::memory_order_relaxed);
@@ -88,10 +94,24 @@ RouteImpl::Verdict RouteImpl::RunWave() {
   return Verdict::GoOn;
 }
 
+// A wave is a set in address order. Most blocks arrive in that order already, once each.
+inline void RouteImpl::Schedule(Block* block) {
+  if (next.empty() || std::less<>()(next.back(), block)) {
+    next.push_back(block);
+  } else {
+    ScheduleInOrder(block);
+  }
+}
+
+void RouteImpl::ScheduleInOrder(Block* block) {
+  const auto place = std::lower_bound(next.begin(), next.end(), block, std::less<>());
+  if (*place != block) next.insert(place, block);
+}
+
 RouteImpl::Verdict RouteImpl::RunBlock(Block* block) {
   const long ret = Guarded(
-      -20L, [&] { return block->ProcessFrame(); },
-      [&](const char* what) {
+      -20L, [block] { return block->ProcessFrame(); },
+      [this, block](const char* what) {
         LOG_LOOP('E', "%s: %s: ProcessFrame threw: %s", name.c_str(), block->nameText, what);
       });
   const char* label = block->isFirst ? "(first) " : block->isLast ? "(last) " : "";
@@ -135,16 +155,6 @@ void RouteImpl::ScheduleDownstream(const Block& block) {
   for (std::uint32_t rest = block.activeOuts; rest != 0; rest &= rest - 1) {
     if (const Endpoint* sink = block.outEps[std::countr_zero(rest)].peer) Schedule(sink->block);
   }
-}
-
-// A wave is a set in address order. Most blocks arrive in that order already, once each.
-void RouteImpl::Schedule(Block* block) {
-  if (next.empty() || std::less<>()(next.back(), block)) {
-    next.push_back(block);
-    return;
-  }
-  const auto place = std::lower_bound(next.begin(), next.end(), block, std::less<>());
-  if (*place != block) next.insert(place, block);
 }
 
 void RouteImpl::EndFrame(bool endOfFile, bool error) {

@@ -13,6 +13,16 @@ namespace zelk {
 
 static constexpr char LOG_TAG[] = "src/Route";
 
+namespace {
+
+// By doubling: a reserve of exactly what is needed would copy all there is at every block.
+template <typename T>
+void MakeRoomFor(std::vector<T>& vector, std::size_t size) {
+  if (vector.capacity() < size) vector.reserve(std::max(size, 2 * vector.capacity()));
+}
+
+}  // namespace
+
 bool RouteImpl::Contains(const Block* block) const {
   return blocks.count(const_cast<Block*>(block)) != 0;
 }
@@ -41,7 +51,7 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
     return nullptr;
   }
   std::unique_ptr<Block> block(created);
-  handles.reserve(handles.size() + 1);
+  MakeRoomFor(handles, handles.size() + 1);
   if (!NameBlock(created, baseName)) {
     LOG_E("%s: Unable to give a name to this block", name.c_str());
     block.release();
@@ -87,7 +97,7 @@ void RouteImpl::AddBlock(Block* block) {
     GraphEdited(block);
     // A wave holds every block at most once: frames never allocate.
     for (std::vector<Block*>* wave : {&current, &next, &done})
-      wave->reserve(blocks.size());
+      MakeRoomFor(*wave, blocks.size());
   } catch (...) {
     RemoveBlock(block);
     throw;

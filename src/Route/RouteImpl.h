@@ -4,6 +4,7 @@
 #include <zelk/Block.h>
 #include <zelk/Route.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <map>
@@ -103,6 +104,7 @@ class RouteImpl final : public Route {
   Verdict RunWave();
   Verdict RunBlock(Block* block);
   void Schedule(Block* block);
+  void ScheduleInOrder(Block* block);
   void ScheduleDownstream(const Block& block);
   void EndFrame(bool endOfFile, bool error);
   int Start_l();
@@ -162,6 +164,10 @@ class RouteImpl final : public Route {
   Mutex mutex;
   std::list<std::shared_ptr<ActionPlus>> pendingActions ZELK_GUARDED_BY(mutex);
   std::condition_variable cond;
+
+  // Whether `pendingActions` holds any; changed with the mutex held, read by the route thread
+  // without.
+  std::atomic<bool> actionsWait{false};
 
   // Constant after construction.
   Route::Callbacks* const callbacks;
