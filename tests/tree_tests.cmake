@@ -1,4 +1,4 @@
-# What the documents show, what is installed, and the demo.
+# What the documents show, what is installed, the demo, and what the stock blocks are made of.
 add_test(NAME readme COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/readme_test.sh ${PROJECT_SOURCE_DIR})
 if(TARGET filesrc AND TARGET gain AND TARGET filesink)
   add_test(NAME installed COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
@@ -16,3 +16,13 @@ if(TARGET demo-files AND TARGET filesrc AND voices)
     ${CMAKE_CURRENT_SOURCE_DIR}/readme_session_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
   set_tests_properties(demo readme_session PROPERTIES TIMEOUT 300)
 endif()
+
+get_property(targets DIRECTORY "${PROJECT_SOURCE_DIR}/blocks" PROPERTY BUILDSYSTEM_TARGETS)
+foreach(target IN LISTS targets)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "MODULE_LIBRARY")
+    add_test(NAME validate_${target} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
+      ${CMAKE_CURRENT_SOURCE_DIR}/validate_stock_test.sh $<TARGET_FILE:zelk-validate> ${target})
+    set_tests_properties(validate_${target} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
+  endif()
+endforeach()

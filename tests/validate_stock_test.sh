@@ -1,0 +1,36 @@
+#!/bin/bash
+# validate_stock_test.sh VALIDATE BLOCK: one stock block passes every check, with each kind of words
+# and links that it takes. A new block gets a line here.
+set -uo pipefail
+validate=$1 block=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failed=0
+
+check() {
+  "$validate" "$@" || { echo "FAILED: zelk-validate $*"; failed=1; }
+}
+
+# A second of zeros in 16 bit: 48 kHz, stereo.
+silence() {
+  printf 'RIFF\x24\xee\x02\x00WAVEfmt \x10\0\0\0\x01\0\x02\0\x80\xbb\0\0\0\xee\x02\0\x04\0\x10\0data\0\xee\x02\0'
+  head -c 192000 /dev/zero
+}
+
+case $block in
+  convert) check convert.so; check convert.so dither ;;
+  fifosink) check --bind-fifo fifosink.so drop ;;
+  fifosrc) check --bind-fifo fifosrc.so pad ;;
+  filesink) check filesink.so "$work/out.wav"; check --once filesink.so "$work/out.flac" ;;
+  filesrc) silence >"$work/in.wav"; check filesrc.so "$work/in.wav" ;;
+  gain) check gain.so; check --link=44100:S24_3BE:5:441 gain.so -6 ;;
+  meter) check meter.so ;;
+  mixer) check mixer.so ;;
+  pace) check --link=48000:FLOAT_LE:2:48 pace.so ;;
+  resample) check resample.so ;;
+  siggen) check siggen.so noise; check --link=8000:S16_LE:1:80 siggen.so sine 440 -20 0.1 ;;
+  tee) check tee.so ;;
+  audio | jack | ladspa | lv2) echo "skipped: needs a device, a server or a plug-in of others"; exit 77 ;;
+  *) echo "FAILED: nothing is known about $block"; exit 1 ;;
+esac
+exit $failed
