@@ -1,4 +1,6 @@
 # What the documents show, what is installed, the demo, and what the stock blocks are made of.
+add_test(NAME reference COMMAND ${PROJECT_SOURCE_DIR}/scripts/docs ${CMAKE_CURRENT_BINARY_DIR}/docs)
+set_tests_properties(reference PROPERTIES SKIP_RETURN_CODE 77)
 add_test(NAME readme COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/readme_test.sh ${PROJECT_SOURCE_DIR})
 if(TARGET filesrc AND TARGET gain AND TARGET filesink)
   add_test(NAME installed COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
@@ -26,3 +28,11 @@ foreach(target IN LISTS targets)
     set_tests_properties(validate_${target} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
   endif()
 endforeach()
+
+# The list is of the libraries as they are shipped, with the stand-in and without a sanitizer's own.
+get_target_property(imported vantrel IMPORTED)
+if(UNIX AND NOT APPLE AND NOT imported AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize|--coverage")
+  add_test(NAME exported_symbols COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/exported_symbols_test.sh
+    ${CMAKE_CURRENT_SOURCE_DIR}/exported-symbols.txt
+    $<TARGET_LINKER_FILE:zelk> $<TARGET_LINKER_FILE:vantrel>)
+endif()
