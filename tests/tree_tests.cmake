@@ -29,10 +29,13 @@ foreach(target IN LISTS targets)
   endif()
 endforeach()
 
-# The list is of the libraries as they are shipped, with the stand-in and without a sanitizer's own.
+# What is shipped: the exported names, and the packages; with the stand-in, and no sanitizer's names.
 get_target_property(imported vantrel IMPORTED)
 if(UNIX AND NOT APPLE AND NOT imported AND NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize|--coverage")
   add_test(NAME exported_symbols COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/exported_symbols_test.sh
     ${CMAKE_CURRENT_SOURCE_DIR}/exported-symbols.txt
     $<TARGET_LINKER_FILE:zelk> $<TARGET_LINKER_FILE:vantrel>)
+  add_test(NAME packages COMMAND ${PROJECT_SOURCE_DIR}/scripts/package
+    ${PROJECT_BINARY_DIR} ${CMAKE_CURRENT_BINARY_DIR}/packages)
+  set_tests_properties(packages PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600)
 endif()

@@ -26,7 +26,7 @@ case $block in
   gain) check gain.so; check --link=44100:S24_3BE:5:441 gain.so -6 ;;
   meter) check meter.so ;;
   mixer) check mixer.so ;;
-  pace) check --link=48000:FLOAT_LE:2:48 pace.so ;;
+  pace) check --link=192000:FLOAT_LE:2:48 pace.so ;;
   resample) check resample.so ;;
   siggen) check siggen.so noise; check --link=8000:S16_LE:1:80 siggen.so sine 440 -20 0.1 ;;
   tee) check tee.so ;;
