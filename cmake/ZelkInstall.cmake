@@ -33,7 +33,7 @@ endforeach()
 
 configure_package_config_file(cmake/zelkConfig.cmake.in "${PROJECT_BINARY_DIR}/zelkConfig.cmake"
   INSTALL_DESTINATION "${ZELK_PACKAGE_DIR}"
-  PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR)
+  PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_BINDIR)
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/zelkConfigVersion.cmake"
   COMPATIBILITY SameMinorVersion)
 install(FILES "${PROJECT_BINARY_DIR}/zelkConfig.cmake"

@@ -20,11 +20,12 @@ if(TARGET demo-files AND TARGET filesrc AND voices)
 endif()
 
 get_property(targets DIRECTORY "${PROJECT_SOURCE_DIR}/blocks" PROPERTY BUILDSYSTEM_TARGETS)
+list(APPEND targets invert)
 foreach(target IN LISTS targets)
   get_target_property(type ${target} TYPE)
   if(type STREQUAL "MODULE_LIBRARY")
     add_test(NAME validate_${target} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
-      ${CMAKE_CURRENT_SOURCE_DIR}/validate_stock_test.sh $<TARGET_FILE:zelk-validate> ${target})
+      ${CMAKE_CURRENT_SOURCE_DIR}/validate_stock_test.sh $<TARGET_FILE:zelk-validate> $<TARGET_FILE:${target}>)
     set_tests_properties(validate_${target} PROPERTIES TIMEOUT 300 SKIP_RETURN_CODE 77)
   endif()
 endforeach()

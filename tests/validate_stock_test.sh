@@ -1,8 +1,8 @@
 #!/bin/bash
-# validate_stock_test.sh VALIDATE BLOCK: one stock block passes every check, with each kind of words
-# and links that it takes. A new block gets a line here.
+# validate_stock_test.sh VALIDATE FILE: one block of this tree passes every check, with each kind of
+# words and links that it takes. A new block gets a line here.
 set -uo pipefail
-validate=$1 block=$2
+validate=$1 file=$2 block=$(basename "$2" .so)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failed=0
@@ -18,18 +18,19 @@ silence() {
 }
 
 case $block in
-  convert) check convert.so; check convert.so dither ;;
-  fifosink) check --bind-fifo fifosink.so drop ;;
-  fifosrc) check --bind-fifo fifosrc.so pad ;;
-  filesink) check filesink.so "$work/out.wav"; check --once filesink.so "$work/out.flac" ;;
-  filesrc) silence >"$work/in.wav"; check filesrc.so "$work/in.wav" ;;
-  gain) check gain.so; check --link=44100:S24_3BE:5:441 gain.so -6 ;;
-  meter) check meter.so ;;
-  mixer) check mixer.so ;;
-  pace) check --link=192000:FLOAT_LE:2:48 pace.so ;;
-  resample) check resample.so ;;
-  siggen) check siggen.so noise; check --link=8000:S16_LE:1:80 siggen.so sine 440 -20 0.1 ;;
-  tee) check tee.so ;;
+  convert) check "$file"; check "$file" dither ;;
+  fifosink) check --bind-fifo "$file" drop ;;
+  fifosrc) check --bind-fifo "$file" pad ;;
+  filesink) check "$file" "$work/out.wav"; check --once "$file" "$work/out.flac" ;;
+  filesrc) silence >"$work/in.wav"; check "$file" "$work/in.wav" ;;
+  gain) check "$file"; check --link=44100:S24_3BE:5:441 "$file" -6 ;;
+  invert) check "$file" ;;
+  meter) check "$file" ;;
+  mixer) check "$file" ;;
+  pace) check --link=192000:FLOAT_LE:2:48 "$file" ;;
+  resample) check "$file" ;;
+  siggen) check "$file" noise; check --link=8000:S16_LE:1:80 "$file" sine 440 -20 0.1 ;;
+  tee) check "$file" ;;
   audio | jack | ladspa | lv2) echo "skipped: needs a device, a server or a plug-in of others"; exit 77 ;;
   *) echo "FAILED: nothing is known about $block"; exit 1 ;;
 esac
