@@ -7,6 +7,18 @@ if(TARGET filesrc AND TARGET gain AND TARGET filesink)
     ${CMAKE_CURRENT_SOURCE_DIR}/installed_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}
     ${CMAKE_CXX_COMPILER} "${CMAKE_CXX_FLAGS}")
   set_tests_properties(installed PROPERTIES TIMEOUT 300)
+  set(documents docs/tutorial.md)
+  find_program(SOX sox)
+  if(SOX)
+    list(APPEND documents docs/dumps.md)
+  endif()
+  # As a reader would: with the machine's compiler and none of this build's flags.
+  if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize|--coverage")
+    add_test(NAME documents COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
+      ${CMAKE_CURRENT_SOURCE_DIR}/documents_test.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR}
+      ${documents})
+    set_tests_properties(documents PROPERTIES TIMEOUT 300)
+  endif()
 endif()
 
 # Ten routes at once, and each sample of theirs looked at.
