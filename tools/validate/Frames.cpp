@@ -31,15 +31,16 @@ void PutFloat(unsigned char* to, float value, bool bigEndian) {
 void Rig::Fill(FrameBuffer& fb, long samples) {
   const std::size_t width = zelk::BytesPerSample(fb.format);
   const std::size_t count = static_cast<std::size_t>(samples) * fb.channels;
+  const double step = fb.rate == 0 ? 0 : 2 * std::numbers::pi * 440 / fb.rate;
   for (std::size_t i = 0; i < count; ++i) {
     const double at = static_cast<double>(samplesFed) + static_cast<double>(i / fb.channels);
-    const double value = 0.5 * std::sin(2 * std::numbers::pi * 440 * at / fb.rate);
+    const double value = 0.5 * std::sin(step * at);
     unsigned char* const to = fb.data + i * width;
     if (fb.format == zelk::FLOAT_LE || fb.format == zelk::FLOAT_BE)
       PutFloat(to, static_cast<float>(value), fb.format == zelk::FLOAT_BE);
     else
       for (std::size_t byte = 0; byte < width; ++byte)
-        to[byte] = static_cast<unsigned char>(64 * value + static_cast<double>(byte));
+        to[byte] = static_cast<unsigned char>(std::lround(64 * value) + static_cast<long>(byte));
   }
   fb.validSamples = samples;
   fb.timestamp = fb.rate == 0 ? -1 : samplesFed * 1'000'000 / fb.rate;

@@ -54,7 +54,8 @@ class Faulty final : public zelk::Block {
     if (Is("fails-short") && in.validSamples == 1) return -7;
     const std::size_t frame = in.channels * BytesPerSample(in.format);
     if (!Is("overlong")) outEps[0].Resize(in.validSamples);
-    std::memcpy(out.data, in.data, static_cast<std::size_t>(inEps[0].Available()) * frame);
+    if (out.data)
+      std::memcpy(out.data, in.data, static_cast<std::size_t>(inEps[0].Available()) * frame);
     if (Is("overwrites")) out.data[0] = ++counter;
     out.validSamples = Is("overlong") ? in.samplesPerFrame + 1 : in.validSamples;
     if (Is("edits")) ++out.rate;
