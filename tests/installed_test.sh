@@ -51,6 +51,25 @@ invert=$(find "$work/build" -name invert.so)
 [ "$(numbers "$work/inverted.wav" 3)" = "-9940 -9960 -9980" ] || fail "invert: $(numbers "$work/inverted.wav" 3)"
 [ "$(numbers "$work/inverted.wav" 1000 | cut -d' ' -f1-2)" = "10000 9980" ] || fail "invert lost the start"
 
+# The own block's tests, with the installed validator, in a project of its own.
+cmake -S "$source/examples/own-block" -B "$work/own" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" \
+  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_BUILD_TYPE=Debug >"$work/log" 2>&1 &&
+  cmake --build "$work/own" >>"$work/log" 2>&1 &&
+  (cd "$work/own" && ctest --output-on-failure) >>"$work/log" 2>&1 || { cat "$work/log"; fail "own-block"; }
+grep -q "100% tests passed, 0 tests failed out of 2" "$work/log" || fail "not both tests of own-block ran"
+
+# Each program has a manual page that is no other's, and completes its options in bash.
+for program in vosh zelk-host zelk-validate; do
+  "$work/prefix/bin/$program" --version | grep -q "^$program [0-9]" || fail "$program does not run"
+  grep -qi "^\.TH $program 1" "$work/prefix/share/man/man1/$program.1" || fail "no page of $program"
+  (
+    source "$work/prefix/share/bash-completion/completions/$program"
+    COMP_WORDS=("$program" --vers) COMP_CWORD=1 COMPREPLY=()
+    "_${program//-/_}" 2>/dev/null
+    [ "${COMPREPLY[*]}" = --version ]
+  ) || fail "$program completes nothing"
+done
+
 # A host finds out about what cannot work.
 if "$host" "$work/absent.wav" "$work/x.wav" gain.so 2>/dev/null >&2; then fail "an absent file ran"; fi
 
@@ -63,4 +82,8 @@ if command -v pkg-config >/dev/null; then
     $(pkg-config --cflags --libs zelk) -Wl,-rpath,"$(pkg-config --variable=libdir zelk)"
   "$work/by-pc" "$work/in.wav" "$work/by-pc.wav" gain.so -6.0206 || fail "the pkg-config host did not run"
   cmp "$work/gained.wav" "$work/by-pc.wav"
+  "$compiler" $flags -std=c++20 -shared -fPIC -fvisibility=hidden \
+    "$source/examples/own-block/invert.cpp" -o "$work/mine.so" $(pkg-config --cflags --libs zelk)
+  "$work/by-pc" "$work/in.wav" "$work/mine.wav" "$work/mine.so" || fail "the pkg-config block did not run"
+  cmp "$work/inverted.wav" "$work/mine.wav"
 fi

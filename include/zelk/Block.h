@@ -61,9 +61,9 @@ class alignas(64) ZELK_EXPORT Block {
   /// A port was linked or unlinked. The port counts as active while `On…Linked` runs, and no longer
   /// while `On…Unlinked` runs. A negative result refuses the link.
   virtual int OnInEpLinked(std::size_t index);
-  virtual void OnInEpUnlinked(std::size_t index);
-  virtual int OnOutEpLinked(std::size_t index);
-  virtual void OnOutEpUnlinked(std::size_t index);
+  virtual void OnInEpUnlinked(std::size_t index);   ///< see `OnInEpLinked()`
+  virtual int OnOutEpLinked(std::size_t index);     ///< the same for an output
+  virtual void OnOutEpUnlinked(std::size_t index);  ///< the same for an output
 
   /// Prepares for frames. Anything but 0 leaves the block stopped. A negative code refuses the
   /// start of the route; any but -20, refused while the route runs, ends the route's thread.
@@ -80,7 +80,8 @@ class alignas(64) ZELK_EXPORT Block {
   /// Sets or gets a parameter; the meaning of ids and texts is the block's own. Runs between two
   /// frames, also while the route is running. The base logs and answers 0.
   virtual int SetParameter(unsigned int paramId, const std::vector<std::string>& params);
-  virtual int GetParameter(unsigned int paramId, std::vector<std::string>& params);
+  virtual int GetParameter(unsigned int paramId,
+                           std::vector<std::string>& params);  ///< see `SetParameter()`
 
   /// Drops what earlier frames left behind. Called after an error frame and by `Route::Reset`.
   virtual void Reset();
@@ -97,13 +98,13 @@ class alignas(64) ZELK_EXPORT Block {
   /// Mark a port as linked or unlinked around the hooks above. `index` is below `MAX_EPS`. Linking
   /// returns the hook's result, or -20 for a port that is linked already.
   int BaseOnInEpLinked(std::size_t index);
-  void BaseOnInEpUnlinked(std::size_t index);
-  int BaseOnOutEpLinked(std::size_t index);
-  void BaseOnOutEpUnlinked(std::size_t index);
+  void BaseOnInEpUnlinked(std::size_t index);   ///< see `BaseOnInEpLinked()`
+  int BaseOnOutEpLinked(std::size_t index);     ///< the same for an output
+  void BaseOnOutEpUnlinked(std::size_t index);  ///< the same for an output
 
   /// Start and stop once: 0 without calling the hook when there is nothing to do, else its result.
   int BaseStart();
-  int BaseStop();
+  int BaseStop();  ///< see `BaseStart()`
 
   /// Calls `Reset()` and empties every active port.
   void BaseReset();
@@ -118,6 +119,7 @@ class alignas(64) ZELK_EXPORT Block {
 
   /// The active ports by index.
   const std::map<std::size_t, InputEndpoint*>& ActiveInEps() const noexcept { return activeInEps; }
+  /// The same for outputs.
   const std::map<std::size_t, OutputEndpoint*>& ActiveOutEps() const noexcept {
     return activeOutEps;
   }
@@ -146,11 +148,11 @@ class alignas(64) ZELK_EXPORT Block {
 
  protected:
   // Constant after construction.
-  bool isFirst;
-  bool isLast;
+  bool isFirst;  ///< a source of its route
+  bool isLast;   ///< a sink of its route
 
-  InputEndpoint inEps[MAX_EPS];
-  OutputEndpoint outEps[MAX_EPS];
+  InputEndpoint inEps[MAX_EPS];    ///< the inputs, linked or not
+  OutputEndpoint outEps[MAX_EPS];  ///< the outputs, linked or not
 
  private:
   std::map<std::size_t, InputEndpoint*> activeInEps;
@@ -158,8 +160,8 @@ class alignas(64) ZELK_EXPORT Block {
 
  protected:
   // Constant after `SetName`.
-  std::string routeName;
-  std::string name;
+  std::string routeName;  ///< "RouteA"
+  std::string name;       ///< "gain_0", unique in its route
 
  private:
   std::FILE* dumpFiles[MAX_EPS] = {};

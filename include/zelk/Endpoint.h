@@ -38,10 +38,10 @@ class ZELK_EXPORT Endpoint {
   friend class Link;
   friend class RouteImpl;
 
-  std::size_t index = MAX_EPS;
-  Block* block = nullptr;
-  Link* link = nullptr;
-  mutable FrameBuffer fb;
+  std::size_t index = MAX_EPS;  ///< see `Index()`
+  Block* block = nullptr;       ///< the owner
+  Link* link = nullptr;         ///< null while inactive
+  mutable FrameBuffer fb;       ///< see `FB()`
 
  private:
   // The link's other end and its published face, here because every commit needs both.

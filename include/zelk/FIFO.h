@@ -20,8 +20,8 @@ class ZELK_EXPORT DataProducer {
   virtual int Produce(void* dst, long count, bool block, long long* timestamp) = 0;
 
  protected:
-  bool producerEnabled = true;
-  long long producerTag = 0;
+  bool producerEnabled = true;  ///< for implementations; the library has no use for it
+  long long producerTag = 0;    ///< likewise
 };
 
 /// The side that samples are handed to.
@@ -37,8 +37,8 @@ class ZELK_EXPORT DataConsumer {
   virtual int Consume(const void* src, long count, bool block, long long timestamp) = 0;
 
  protected:
-  bool consumerEnabled = true;
-  long long consumerTag = 0;
+  bool consumerEnabled = true;  ///< for implementations; the library has no use for it
+  long long consumerTag = 0;    ///< likewise
 };
 
 /// A ring of equal-sized elements with one reading and one writing side, created by
@@ -57,7 +57,7 @@ class ZELK_EXPORT FIFO : public DataProducer, public DataConsumer {
  protected:
   friend class ZelkImpl;
 
-  std::string name;
+  std::string name;  ///< set by `Zelk::NewFIFO()`
 };
 
 }  // namespace zelk

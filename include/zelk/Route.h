@@ -55,64 +55,72 @@ class ZELK_EXPORT Route {
 
   /// What an action does. The values are part of the binary interface.
   enum ActionType : std::uint32_t {
-    NEW_BLOCK = 0,
-    NEW_LINK = 1,
-    START = 2,
-    SET_PARAMETER = 3,
-    GET_PARAMETER = 4,
-    RESET = 5,
-    STOP = 6,
-    DELETE = 7,
-    DELETE_ALL = 8,
-    EXIT = 9,
-    SET_DUMP = 10,
+    NEW_BLOCK = 0,      ///< `NewBlock()`
+    NEW_LINK = 1,       ///< `NewLink()`
+    START = 2,          ///< `Start()`
+    SET_PARAMETER = 3,  ///< `SetParameter()`
+    GET_PARAMETER = 4,  ///< `GetParameter()`
+    RESET = 5,          ///< `Reset()`
+    STOP = 6,           ///< `Stop()`
+    DELETE = 7,         ///< `Delete()`
+    DELETE_ALL = 8,     ///< `DeleteAll()`
+    EXIT = 9,           ///< ends the route's thread; for `Zelk::DeleteRoute()`
+    SET_DUMP = 10,      ///< `SetDump()`
   };
 
   // The parameters of one action, per type. Fields marked "out" are written by the route's thread.
 
+  /// NEW_BLOCK: as `NewBlock()`.
   struct NewBlockAction {
-    const char* soFileName;
-    bool first;
-    bool last;
-    const std::vector<std::string>* args;
-    Block** block;  ///< where the new block, or null, is stored
+    const char* soFileName;                ///< the plug-in
+    bool first;                            ///< a source of the route
+    bool last;                             ///< a sink of the route
+    const std::vector<std::string>* args;  ///< words for `CreateBlock`
+    Block** block;                         ///< where the new block, or null, is stored
   };
+  /// NEW_LINK: as `NewLink()`.
   struct NewLinkAction {
-    unsigned int rate;
-    SampleFormat format;
-    unsigned int channels;
-    long samplesPerFrame;
-    Block** source;  ///< read when the action executes: a NEW_BLOCK before it may fill it in
-    unsigned long sourceBlkOutEpIdx;
-    Block** sink;  ///< read when the action executes
-    unsigned long sinkBlkInEpIdx;
-    Link* link;  ///< out: the new link, or null
+    unsigned int rate;      ///< in Hz
+    SampleFormat format;    ///< of the samples
+    unsigned int channels;  ///< interleaved
+    long samplesPerFrame;   ///< per channel
+    Block** source;         ///< read when the action executes: a NEW_BLOCK before it may fill it in
+    unsigned long sourceBlkOutEpIdx;  ///< output of `source`, below `MAX_EPS`
+    Block** sink;                     ///< read when the action executes
+    unsigned long sinkBlkInEpIdx;     ///< input of `sink`, below `MAX_EPS`
+    Link* link;                       ///< out: the new link, or null
   };
+  /// START, STOP, DELETE_ALL: as the operations of these names.
   struct ResultAction {
-    int ret;  ///< out
+    int ret;  ///< out: 0 or a negative code
   };
+  /// SET_PARAMETER: as `SetParameter()`.
   struct SetParameterAction {
-    Block* block;
-    unsigned int paramId;
-    const std::vector<std::string>* params;
-    int ret;  ///< out
+    Block* block;                            ///< in this route
+    unsigned int paramId;                    ///< what the block understands by it
+    const std::vector<std::string>* params;  ///< the values
+    int ret;                                 ///< out: the block's result, or -20
   };
+  /// GET_PARAMETER: as `GetParameter()`.
   struct GetParameterAction {
-    Block* block;
-    unsigned int paramId;
+    Block* block;                      ///< in this route
+    unsigned int paramId;              ///< what the block understands by it
     std::vector<std::string>* params;  ///< out: filled by the block
-    int ret;                           ///< out
+    int ret;                           ///< out: the block's result, or -20
   };
+  /// RESET: as `Reset()`.
   struct ResetAction {
-    Block* block;
-    int ret;  ///< out
+    Block* block;  ///< in this route
+    int ret;       ///< out: 0 or -20
   };
+  /// DELETE: as `Delete()`.
   struct DeleteAction {
     void* instance;  ///< a block or a link
-    int ret;         ///< out
+    int ret;         ///< out: 0 or -20
   };
+  /// SET_DUMP: as `SetDump()`.
   struct SetDumpAction {
-    const char* path;  ///< null switches dumping off
+    const char* path;  ///< directory; null switches dumping off
   };
 
   /// One request, for `ExecuteActions`. Zero in every byte when default-constructed.
@@ -121,20 +129,21 @@ class ZELK_EXPORT Route {
   /// `ExecuteActions` returns. Preset an out field with what you want to read if the action could
   /// not be executed (-20, null).
   struct Action {
+    /// Zero in every byte.
     Action() noexcept { std::memset(static_cast<void*>(this), 0, sizeof(*this)); }
 
-    ActionType type;
+    ActionType type;  ///< says which of the groups is used; EXIT has none
     union {
-      NewBlockAction newBlock;
-      NewLinkAction newLink;
-      ResultAction start;
-      SetParameterAction setParameter;
-      GetParameterAction getParameter;
-      ResetAction reset;
-      ResultAction stop;
-      DeleteAction del;
-      ResultAction deleteAll;
-      SetDumpAction setDump;
+      NewBlockAction newBlock;          ///< NEW_BLOCK
+      NewLinkAction newLink;            ///< NEW_LINK
+      ResultAction start;               ///< START
+      SetParameterAction setParameter;  ///< SET_PARAMETER
+      GetParameterAction getParameter;  ///< GET_PARAMETER
+      ResetAction reset;                ///< RESET
+      ResultAction stop;                ///< STOP
+      DeleteAction del;                 ///< DELETE
+      ResultAction deleteAll;           ///< DELETE_ALL
+      SetDumpAction setDump;            ///< SET_DUMP
     };
   };
 

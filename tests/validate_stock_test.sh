@@ -1,0 +1,54 @@
+#!/bin/bash
+# validate_stock_test.sh VALIDATE FILE: one block of this tree passes every check, with each kind of
+# words and links that it takes. A new block gets a line here.
+set -uo pipefail
+validate=$1 file=$2 block=$(basename "$2" .so)
+work=$(mktemp -d)
+server=
+trap '[ -z "$server" ] || kill "$server"; rm -rf "$work"' EXIT
+failed=0
+
+check() {
+  "$validate" "$@" || { echo "FAILED: zelk-validate $*"; failed=1; }
+}
+
+# A second of zeros in 16 bit: 48 kHz, stereo.
+silence() {
+  printf 'RIFF\x24\xee\x02\x00WAVEfmt \x10\0\0\0\x01\0\x02\0\x80\xbb\0\0\0\xee\x02\0\x04\0\x10\0data\0\xee\x02\0'
+  head -c 192000 /dev/zero
+}
+
+# A JACK server without a sound card.
+jack_server() {
+  command -v jackd >/dev/null || { echo "skipped: no jackd"; exit 77; }
+  export JACK_NO_AUDIO_RESERVATION=1 JACK_DEFAULT_SERVER=zelk-validate-$$
+  jackd -n "$JACK_DEFAULT_SERVER" -r -S -d dummy -r 48000 -p 512 >/dev/null 2>&1 &
+  server=$!
+  jack_wait -s "$JACK_DEFAULT_SERVER" -w -t 20 >/dev/null || { echo "skipped: jackd does not start"; exit 77; }
+}
+
+case $block in
+  audio) echo "skipped: needs a sound card"; exit 77 ;;
+  convert) check "$file"; check "$file" dither ;;
+  fifosink) check --bind-fifo "$file" drop ;;
+  fifosrc) check --bind-fifo "$file" pad ;;
+  filesink) check "$file" "$work/out.wav"; check --once "$file" "$work/out.flac" ;;
+  filesrc) silence >"$work/in.wav"; check "$file" "$work/in.wav" ;;
+  gain) check "$file"; check --link=44100:S24_3BE:5:441 "$file" -6 ;;
+  invert) check "$file" ;;
+  jack) jack_server; for end in first last; do check --$end "$file" validate "$JACK_DEFAULT_SERVER"; done ;;
+  ladspa)
+    [ -e /usr/lib/ladspa/amp.so ] || { echo "skipped: no LADSPA plug-in"; exit 77; }
+    check "$file" amp amp_stereo ;;
+  lv2)
+    [ -d /usr/lib/lv2/mda.lv2 ] || { echo "skipped: no LV2 plug-in"; exit 77; }
+    LV2_PATH=/usr/lib/lv2 check "$file" http://drobilla.net/plugins/mda/Delay ;;
+  meter) check "$file" ;;
+  mixer) check "$file" ;;
+  pace) check --link=192000:FLOAT_LE:2:48 "$file" ;;
+  resample) check "$file" ;;
+  siggen) check "$file" noise; check --link=8000:S16_LE:1:80 "$file" sine 440 -20 0.1 ;;
+  tee) check "$file" ;;
+  *) echo "FAILED: nothing is known about $block"; exit 1 ;;
+esac
+exit $failed
