@@ -3,6 +3,7 @@
 #include "common/Log.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zelk::blocks {
 namespace {
@@ -11,6 +12,11 @@ constexpr char LOG_TAG[] = "blocks/EndOfInput";
 
 // More blocks than any path of a graph has. Counts calls in one frame: nothing is waited for.
 constexpr int PATIENCE = 1000;
+
+long Spoiled() {
+  LOG_E("A neighbour wrote a descriptor that does not fit its link");
+  return -20;
+}
 
 bool HasFrame(const FrameBuffer& fb) {
   return fb.validSamples != 0 || IsLastMark(fb.timestamp);
@@ -31,7 +37,35 @@ void EndOfInput::Start() noexcept {
     if (ep->FB()->validSamples == 0) ep->FB()->timestamp = -1;
 }
 
+void EndOfInput::Note(std::vector<Agreed>& agreed, const Endpoint& ep) {
+  if (agreed.size() <= ep.Index()) agreed.resize(ep.Index() + 1);
+  agreed[ep.Index()] = {ep.FB()->format, ep.FB()->channels, ep.FB()->rate};
+}
+
+bool EndOfInput::PutRight(const std::vector<Agreed>& agreed, const Endpoint& ep) noexcept {
+  FrameBuffer& fb = *ep.FB();
+  if (ep.Index() < agreed.size()) {
+    fb.format = agreed[ep.Index()].format;
+    fb.channels = agreed[ep.Index()].channels;
+    fb.rate = agreed[ep.Index()].rate;
+  }
+  // Whether the buffer holds what the descriptor says is asked for a full frame.
+  const long valid = std::exchange(fb.validSamples, fb.samplesPerFrame);
+  const bool fits = fb.samplesPerFrame >= 0 && ep.Available() == fb.samplesPerFrame;
+  fb.validSamples = valid;
+  return fits;
+}
+
+bool EndOfInput::PutRight() const noexcept {
+  for (const auto& [index, ep] : block.ActiveInEps())
+    if (!PutRight(agreedIns, *ep)) return false;
+  for (const auto& [index, ep] : block.ActiveOutEps())
+    if (!PutRight(agreedOuts, *ep)) return false;
+  return true;
+}
+
 std::optional<long> EndOfInput::SourceAnswer() {
+  if (!PutRight()) return Spoiled();
   if (!OutputsEmpty()) return 0;
   if (!lastSent) return std::nullopt;
   return Waiting(OutputsWait(), FRAME_END_OF_FILE);
@@ -39,6 +73,7 @@ std::optional<long> EndOfInput::SourceAnswer() {
 
 std::optional<long> EndOfInput::Answer() {
   gaveUp = false;
+  if (!PutRight()) return Spoiled();
   if (!OutputsEmpty()) {
     if (++pendings <= PATIENCE) return FRAME_PENDING;
     pendings = 0;
