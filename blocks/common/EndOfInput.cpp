@@ -14,7 +14,7 @@ constexpr char LOG_TAG[] = "blocks/EndOfInput";
 constexpr int PATIENCE = 1000;
 
 long Spoiled() {
-  LOG_E("A neighbour wrote a descriptor that does not fit its link");
+  LOG_E("A neighbour has left no place to write to in an output's descriptor");
   return -20;
 }
 
@@ -42,25 +42,28 @@ void EndOfInput::Note(std::vector<Agreed>& agreed, const Endpoint& ep) {
   agreed[ep.Index()] = {ep.FB()->format, ep.FB()->channels, ep.FB()->rate};
 }
 
-bool EndOfInput::PutRight(const std::vector<Agreed>& agreed, const Endpoint& ep) noexcept {
+void EndOfInput::PutRight(const std::vector<Agreed>& agreed, const Endpoint& ep) noexcept {
+  if (ep.Index() >= agreed.size()) return;
   FrameBuffer& fb = *ep.FB();
-  if (ep.Index() < agreed.size()) {
-    fb.format = agreed[ep.Index()].format;
-    fb.channels = agreed[ep.Index()].channels;
-    fb.rate = agreed[ep.Index()].rate;
-  }
-  // Whether the buffer holds what the descriptor says is asked for a full frame.
-  const long valid = std::exchange(fb.validSamples, fb.samplesPerFrame);
-  const bool fits = fb.samplesPerFrame >= 0 && ep.Available() == fb.samplesPerFrame;
-  fb.validSamples = valid;
-  return fits;
+  fb.format = agreed[ep.Index()].format;
+  fb.channels = agreed[ep.Index()].channels;
+  fb.rate = agreed[ep.Index()].rate;
 }
 
+// An input's other fields need nothing: `Available()` knows how much of them is true.
 bool EndOfInput::PutRight() const noexcept {
   for (const auto& [index, ep] : block.ActiveInEps())
-    if (!PutRight(agreedIns, *ep)) return false;
-  for (const auto& [index, ep] : block.ActiveOutEps())
-    if (!PutRight(agreedOuts, *ep)) return false;
+    PutRight(agreedIns, *ep);
+  for (const auto& [index, ep] : block.ActiveOutEps()) {
+    PutRight(agreedOuts, *ep);
+    FrameBuffer& fb = *ep->FB();
+    const long valid = std::exchange(fb.validSamples, LONG_MAX);
+    const long room = ep->Available();
+    fb.validSamples = valid;
+    if (fb.samplesPerFrame >= 0 && fb.samplesPerFrame <= room) continue;
+    if (room == 0) return false;
+    fb.samplesPerFrame = room;
+  }
   return true;
 }
 

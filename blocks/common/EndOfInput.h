@@ -62,9 +62,9 @@ class EndOfInput {
   void Agree(const InputEndpoint& ep) { Note(agreedIns, ep); }
   void Agree(const OutputEndpoint& ep) { Note(agreedOuts, ep); }
 
-  // Both put format, channels and rate of every descriptor right, whatever a neighbour wrote there,
-  // and answer -20 after an E record when the rest does not fit the link: who trusted it would read
-  // or write outside of the link's buffer.
+  // Both put the descriptors right, whatever a neighbour wrote there, and answer -20 after an E
+  // record where an output's data are beyond that: who trusted them would write outside of the
+  // link's buffer.
 
   /// First thing in a source's `ProcessFrame()`: its answer, or nothing when it is to make a frame.
   std::optional<long> SourceAnswer();
@@ -109,7 +109,7 @@ class EndOfInput {
     unsigned int rate = 0;
   };
   static void Note(std::vector<Agreed>& agreed, const Endpoint& ep);
-  static bool PutRight(const std::vector<Agreed>& agreed, const Endpoint& ep) noexcept;
+  static void PutRight(const std::vector<Agreed>& agreed, const Endpoint& ep) noexcept;
   bool PutRight() const noexcept;
 
   bool OutputsEmpty() const noexcept;
