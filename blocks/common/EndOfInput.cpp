@@ -3,6 +3,7 @@
 #include "common/Log.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace zelk::blocks {
 namespace {
@@ -11,6 +12,11 @@ constexpr char LOG_TAG[] = "blocks/EndOfInput";
 
 // More blocks than any path of a graph has. Counts calls in one frame: nothing is waited for.
 constexpr int PATIENCE = 1000;
+
+long Spoiled() {
+  LOG_E("A neighbour has left no place to write to in an output's descriptor");
+  return -20;
+}
 
 bool HasFrame(const FrameBuffer& fb) {
   return fb.validSamples != 0 || IsLastMark(fb.timestamp);
@@ -31,7 +37,38 @@ void EndOfInput::Start() noexcept {
     if (ep->FB()->validSamples == 0) ep->FB()->timestamp = -1;
 }
 
+void EndOfInput::Note(std::vector<Agreed>& agreed, const Endpoint& ep) {
+  if (agreed.size() <= ep.Index()) agreed.resize(ep.Index() + 1);
+  agreed[ep.Index()] = {ep.FB()->format, ep.FB()->channels, ep.FB()->rate};
+}
+
+void EndOfInput::PutRight(const std::vector<Agreed>& agreed, const Endpoint& ep) noexcept {
+  if (ep.Index() >= agreed.size()) return;
+  FrameBuffer& fb = *ep.FB();
+  fb.format = agreed[ep.Index()].format;
+  fb.channels = agreed[ep.Index()].channels;
+  fb.rate = agreed[ep.Index()].rate;
+}
+
+// An input's other fields need nothing: `Available()` knows how much of them is true.
+bool EndOfInput::PutRight() const noexcept {
+  for (const auto& [index, ep] : block.ActiveInEps())
+    PutRight(agreedIns, *ep);
+  for (const auto& [index, ep] : block.ActiveOutEps()) {
+    PutRight(agreedOuts, *ep);
+    FrameBuffer& fb = *ep->FB();
+    const long valid = std::exchange(fb.validSamples, LONG_MAX);
+    const long room = ep->Available();
+    fb.validSamples = valid;
+    if (fb.samplesPerFrame >= 0 && fb.samplesPerFrame <= room) continue;
+    if (room == 0) return false;
+    fb.samplesPerFrame = room;
+  }
+  return true;
+}
+
 std::optional<long> EndOfInput::SourceAnswer() {
+  if (!PutRight()) return Spoiled();
   if (!OutputsEmpty()) return 0;
   if (!lastSent) return std::nullopt;
   return Waiting(OutputsWait(), FRAME_END_OF_FILE);
@@ -39,6 +76,7 @@ std::optional<long> EndOfInput::SourceAnswer() {
 
 std::optional<long> EndOfInput::Answer() {
   gaveUp = false;
+  if (!PutRight()) return Spoiled();
   if (!OutputsEmpty()) {
     if (++pendings <= PATIENCE) return FRAME_PENDING;
     pendings = 0;

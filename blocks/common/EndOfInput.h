@@ -23,6 +23,7 @@
 #include <bitset>
 #include <climits>
 #include <optional>
+#include <vector>
 
 namespace zelk::blocks {
 
@@ -56,6 +57,14 @@ class EndOfInput {
 
   /// Call from `OnInEpLinked()`: forgets what an earlier link of this input said.
   void Linked(std::size_t input) noexcept { ended.reset(input); }
+
+  /// Call from `On…EpLinked()` with the port: notes what its link agreed on. Allocates.
+  void Agree(const InputEndpoint& ep) { Note(agreedIns, ep); }
+  void Agree(const OutputEndpoint& ep) { Note(agreedOuts, ep); }
+
+  // Both put the descriptors right, whatever a neighbour wrote there, and answer -20 after an E
+  // record where an output's data are beyond that: who trusted them would write outside of the
+  // link's buffer.
 
   /// First thing in a source's `ProcessFrame()`: its answer, or nothing when it is to make a frame.
   std::optional<long> SourceAnswer();
@@ -94,6 +103,15 @@ class EndOfInput {
  private:
   long long HeldMark() const noexcept;
   void TakeFrom(const InputEndpoint& ep, long long held) noexcept;
+  struct Agreed {
+    SampleFormat format = BYTE;
+    unsigned int channels = 0;
+    unsigned int rate = 0;
+  };
+  static void Note(std::vector<Agreed>& agreed, const Endpoint& ep);
+  static void PutRight(const std::vector<Agreed>& agreed, const Endpoint& ep) noexcept;
+  bool PutRight() const noexcept;
+
   bool OutputsEmpty() const noexcept;
   /// What the consumers' marks ask for: nothing, to wait, or to wait and call them.
   enum class Wait { NOTHING, QUIETLY, CALLING };
@@ -101,7 +119,8 @@ class EndOfInput {
   static long Waiting(Wait wait, long otherwise) noexcept;
 
   Block& block;
-  std::bitset<MAX_EPS> ended;  // inputs whose last frame was taken
+  std::vector<Agreed> agreedIns, agreedOuts;  // by port
+  std::bitset<MAX_EPS> ended;                 // inputs whose last frame was taken
   bool lastSent = false;
   long long sentTime = -1;  // of the frame before; tells whether consumers answer in time stamps
   int pendings = 0;

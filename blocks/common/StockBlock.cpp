@@ -20,12 +20,14 @@ StockBlock::StockBlock(const char* logTag, bool first, bool last, std::size_t in
 int StockBlock::OnInEpLinked(std::size_t index) {
   end.Linked(index);
   linkedIn[index] = *inEps[index].FB();
+  end.Agree(inEps[index]);
   const int ret = CheckLink(__func__, *inEps[index].FB(), index, inputs);
   return ret < 0 ? ret : CheckInput(index);
 }
 
 int StockBlock::OnOutEpLinked(std::size_t index) {
   linkedOut[index] = *outEps[index].FB();
+  end.Agree(outEps[index]);
   const int ret = CheckLink(__func__, *outEps[index].FB(), index, outputs);
   return ret < 0 ? ret : CheckOutput(index);
 }

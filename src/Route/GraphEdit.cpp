@@ -100,6 +100,7 @@ void RouteImpl::AddBlock(Block* block) {
       MakeRoomFor(*wave, blocks.size());
   } catch (...) {
     RemoveBlock(block);
+    ReleaseName(block->name);
     throw;
   }
 }
@@ -109,7 +110,6 @@ void RouteImpl::RemoveBlock(Block* block) {
   lastBlocks.erase(block);
   blocks.erase(block);
   blockViews.erase(block);
-  ReleaseName(block->name);
   GraphEdited();
 }
 
@@ -172,8 +172,8 @@ int RouteImpl::Delete_l(void* instance) {
 }
 
 void RouteImpl::DeleteLink(Link* link) {
+  ReleaseName(link->name);  // first: it may run out of memory, and nothing is lost then
   links.erase(link);
-  ReleaseName(link->name);
   if (link->outEp != nullptr) GraphEdited(link->outEp->block);
   if (link->inEp != nullptr) GraphEdited(link->inEp->block);
   delete link;
@@ -187,6 +187,7 @@ void RouteImpl::DeleteBlock(Block* block) {
   for (OutputEndpoint& ep : block->outEps) {
     if (ep.IsActive()) DeleteLink(ep.link);
   }
+  ReleaseName(block->name);
   RemoveBlock(block);
   delete block;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <set>
 
 namespace zelk {
@@ -26,8 +27,17 @@ class NumberPool {
     }
   }
 
-  void Release(std::uint64_t number) {
-    gaps.insert(number);
+  /// Without memory a number below others is lost: better than an object that cannot be deleted.
+  void Release(std::uint64_t number) noexcept {
+    if (number + 1 == next) {
+      --next;
+    } else {
+      try {
+        gaps.insert(number);
+      } catch (const std::bad_alloc&) {
+        return;
+      }
+    }
     while (next > 0 && gaps.erase(next - 1) != 0)
       --next;
   }

@@ -1,0 +1,11 @@
+# Faults of plug-ins, clients and the machine.
+zelk_test(stress ISOLATED BLOCKS ${TEST_BLOCKS})
+set(STOCK)
+foreach(block siggen gain convert resample tee mixer meter pace filesink)
+  if(TARGET ${block})
+    list(APPEND STOCK ${block})
+  endif()
+endforeach()
+zelk_test(misbehave ISOLATED LIBRARIES core_support BLOCKS ${TEST_BLOCKS} ${STOCK})
+list(JOIN STOCK "," STOCK)
+target_compile_definitions(misbehave_test PRIVATE "STOCK_BLOCKS=\"${STOCK}\"")
