@@ -8,8 +8,9 @@ server=
 trap '[ -z "$server" ] || kill "$server"; rm -rf "$work"' EXIT
 failed=0
 
+# A busy machine is no fault, and a hang still is one.
 check() {
-  "$validate" "$@" || { echo "FAILED: zelk-validate $*"; failed=1; }
+  "$validate" --time=20000 "$@" || { echo "FAILED: zelk-validate $*"; failed=1; }
 }
 
 # A second of zeros in 16 bit: 48 kHz, stereo.
@@ -36,7 +37,12 @@ case $block in
   filesrc) silence >"$work/in.wav"; check "$file" "$work/in.wav" ;;
   gain) check "$file"; check --link=44100:S24_3BE:5:441 "$file" -6 ;;
   invert) check "$file" ;;
-  jack) jack_server; for end in first last; do check --$end "$file" validate "$JACK_DEFAULT_SERVER"; done ;;
+  jack)
+    jack_server
+    # Clients wait for their server most of the time: both at once.
+    (check --first "$file" source "$JACK_DEFAULT_SERVER"; exit $failed) & source=$!
+    check --last "$file" sink "$JACK_DEFAULT_SERVER"
+    wait $source || failed=1 ;;
   ladspa)
     [ -e /usr/lib/ladspa/amp.so ] || { echo "skipped: no LADSPA plug-in"; exit 77; }
     check "$file" amp amp_stereo ;;

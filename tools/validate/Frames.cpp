@@ -33,7 +33,7 @@ void Rig::Fill(FrameBuffer& fb, long samples) {
   const std::size_t count = static_cast<std::size_t>(samples) * fb.channels;
   const double step = fb.rate == 0 ? 0 : 2 * std::numbers::pi * 440 / fb.rate;
   for (std::size_t i = 0; i < count; ++i) {
-    const double at = static_cast<double>(samplesFed) + static_cast<double>(i / fb.channels);
+    const auto at = static_cast<double>(samplesFed + static_cast<long long>(i / fb.channels));
     const double value = 0.5 * std::sin(step * at);
     unsigned char* const to = fb.data + i * width;
     if (fb.format == zelk::FLOAT_LE || fb.format == zelk::FLOAT_BE)
