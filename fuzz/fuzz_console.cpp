@@ -7,6 +7,7 @@
 #include <vantrel.h>
 #include <zelk/Zelk.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -53,6 +54,7 @@ std::string Ask(int fd, const std::string& line) {
   char piece[4096];
   while (reply.empty() || reply.back() != '\0') {
     const ssize_t got = read(fd, piece, sizeof piece);
+    if (got < 0 && errno == EINTR) continue;  // libFuzzer's alarm
     if (got <= 0) std::abort();  // the console never ends a connection
     reply.append(piece, static_cast<std::size_t>(got));
   }
