@@ -55,7 +55,7 @@ std::string Ask(int fd, const std::string& line) {
   while (reply.empty() || reply.back() != '\0') {
     const ssize_t got = read(fd, piece, sizeof piece);
     if (got < 0 && errno == EINTR) continue;  // libFuzzer's alarm
-    if (got <= 0) std::abort();  // the console never ends a connection
+    if (got <= 0) std::abort();               // the console never ends a connection
     reply.append(piece, static_cast<std::size_t>(got));
   }
   if (reply.find('\0') != reply.size() - 1) std::abort();

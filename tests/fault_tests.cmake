@@ -10,3 +10,11 @@ zelk_test(misbehave ISOLATED LIBRARIES core_support BLOCKS ${TEST_BLOCKS} ${STOC
 list(JOIN STOCK "," STOCK)
 target_compile_definitions(misbehave_test PRIVATE "STOCK_BLOCKS=\"${STOCK}\"")
 zelk_test(fault_machine ISOLATED SOURCES support/Faults.cpp BLOCKS worker)
+
+# Run by scripts/soak; too long for a test.
+add_executable(soak EXCLUDE_FROM_ALL soak.cpp)
+target_link_libraries(soak PRIVATE zelk::zelk vantrel::vantrel GTest::gtest Threads::Threads)
+target_include_directories(soak PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+set_target_properties(soak PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+zelk_warnings(soak)
+add_dependencies(soak worker)
