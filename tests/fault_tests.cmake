@@ -9,3 +9,24 @@ endforeach()
 zelk_test(misbehave ISOLATED LIBRARIES core_support BLOCKS ${TEST_BLOCKS} ${STOCK})
 list(JOIN STOCK "," STOCK)
 target_compile_definitions(misbehave_test PRIVATE "STOCK_BLOCKS=\"${STOCK}\"")
+zelk_test(fault_machine ISOLATED SOURCES support/Faults.cpp BLOCKS worker)
+
+# Run by scripts/soak; too long for a test.
+add_executable(soak EXCLUDE_FROM_ALL soak.cpp)
+target_link_libraries(soak PRIVATE zelk::zelk vantrel::vantrel GTest::gtest Threads::Threads)
+target_include_directories(soak PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+set_target_properties(soak PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+zelk_warnings(soak)
+add_dependencies(soak worker)
+
+add_executable(exit_cycle_host exit_cycle_host.cpp)
+target_link_libraries(exit_cycle_host PRIVATE zelk::zelk vantrel::vantrel GTest::gtest)
+target_include_directories(exit_cycle_host PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+set_target_properties(exit_cycle_host PROPERTIES
+  RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+zelk_warnings(exit_cycle_host)
+add_dependencies(exit_cycle_host worker)
+add_test(NAME exit_cycles
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/support/isolated
+                 ${CMAKE_CURRENT_SOURCE_DIR}/exit_cycles.sh $<TARGET_FILE:exit_cycle_host> 100)
+set_tests_properties(exit_cycles PROPERTIES TIMEOUT 300)

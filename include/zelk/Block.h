@@ -66,7 +66,8 @@ class alignas(64) ZELK_EXPORT Block {
   virtual void OnOutEpUnlinked(std::size_t index);  ///< the same for an output
 
   /// Prepares for frames. Anything but 0 leaves the block stopped. A negative code refuses the
-  /// start of the route; any but -20, refused while the route runs, ends the route's thread.
+  /// start of the route. While the route runs, -20 stops it, -2 is asked again before each frame,
+  /// which never comes, and any other negative code ends the route's thread.
   virtual int Start();
 
   /// Processes one frame; see `FrameResult`. May be called more than once in a frame, so a block

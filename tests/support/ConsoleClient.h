@@ -61,6 +61,8 @@ class ConsoleClient {
     return reply + "<closed>";
   }
 
+  int Descriptor() const { return fd; }
+
   std::string Ask(const std::string& command) {
     Send(command);
     return Receive();
