@@ -243,54 +243,6 @@ TEST_F(RoutingBlocks, DescriptorsThatLieLeadNoBlockBeyondItsBuffers) {
   }
 }
 
-TEST_F(RoutingBlocks, AFileRepeatsWithoutAGapAndIsEnteredAtAnyPlace) {
-  test::WriteWav(directory / "in.wav", test::Counting(250));
-  Block* const source = Source({"filesrc", directory / "in.wav"});
-  Block* const gate = New({"tee"});
-  Memory heard;
-  Block* const sink = Sink({"filesink", directory / "out.wav"});
-  ASSERT_TRUE(Join(source, 0, gate, 0, {S16_LE, 1, 48000, 100}));
-  ASSERT_TRUE(Join(gate, 0, sink, 0, {S16_LE, 1, 48000, 100}));
-  ASSERT_TRUE(Join(gate, 1, Sink(heard), 0, {S16_LE, 1, 48000, 100}));
-  heard.before = [&](std::size_t frames, FrameBuffer&) {
-    if (frames == 7) source->SetParameter(1, {"0"});
-  };
-  EXPECT_EQ(0, route->SetParameter(source, 1, {"1"}));
-  EXPECT_EQ(0, route->SetParameter(source, 2, {"0.001"}));
-  EXPECT_EQ(-20, route->SetParameter(source, 2, {"0.0053"}));  // the file is 250 samples long
-  EXPECT_EQ(Route::END_OF_FILE, Run(true));
-  Shorts expected = test::Counting(250);
-  expected.erase(expected.begin(), expected.begin() + 48);
-  for (int i = 0; i < 3; ++i)
-    for (short n = 1; n <= 250; ++n)
-      expected.push_back(n);
-  expected.resize(202 + 2 * 250);
-  EXPECT_EQ(expected, heard.As<short>());
-  EXPECT_EQ(expected, test::ReadWav<short>(directory / "out.wav"));
-  EXPECT_DOUBLE_EQ(250 / 48000.0, Parameter(source, 3));
-  EXPECT_DOUBLE_EQ(702 / 48000.0, Parameter(sink, 1));
-}
-
-TEST_F(RoutingBlocks, AJumpInARunningFileIsACrossfade) {
-  Shorts low(9600, -10000);
-  std::fill(low.begin() + 4800, low.end(), short{10000});
-  test::WriteWav(directory / "in.wav", low);
-  Block* const source = Source({"filesrc", directory / "in.wav"});
-  Memory heard;
-  ASSERT_TRUE(Join(source, 0, Sink(heard), 0));
-  heard.before = [&](std::size_t frames, FrameBuffer&) {
-    if (frames == 2) {
-      EXPECT_EQ(0, source->SetParameter(2, {"0.15"}));
-    }
-  };
-  EXPECT_EQ(Route::END_OF_FILE, Run());
-  const Floats out = heard.As<float>();
-  EXPECT_EQ(960U + 2400, out.size());
-  EXPECT_NEAR(-0.305, out[959], 0.001);
-  EXPECT_NEAR(0.305, out[1920], 0.001);
-  EXPECT_LT(test::LargestStep(out), 0.001F);
-}
-
 TEST_F(RoutingBlocks, WordsThatDoNotFitMakeNoBlock) {
   ExpectNoBlocks({"tee 1", "pace x", "meter x", "mixer loud", "mixer 0 0", "convert undither",
                   "resample slow", "resample hq hq"});
