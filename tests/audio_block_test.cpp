@@ -28,7 +28,7 @@ class AudioBlock : public test::RouteFixture {
   // PortAudio looks for devices once.
   void SetUp() override {
     if (!server->running) GTEST_SKIP() << "no JACK server can be started here";
-    test::WriteFloats(directory / "in.wav", noise, 2);
+    test::WriteWav(directory / "in.wav", noise, 2);
     speaker = Device("RouteB", "speaker", true);
     microphone = Device("RouteC", "microphone", false);
   }
@@ -50,7 +50,7 @@ class AudioBlock : public test::RouteFixture {
   }
 
   Floats Recorded() const {
-    Floats samples = test::ReadFloats(directory / "out.wav");
+    Floats samples = test::ReadWav<float>(directory / "out.wav");
     std::erase(samples, 0.0F);  // silence before, behind, and where the machine was busy
     return samples;
   }
@@ -63,24 +63,24 @@ class AudioBlock : public test::RouteFixture {
 
 TEST_F(AudioBlock, EverySampleOfARouteReachesTheDevice) {
   ASSERT_EQ(0, speaker->Start());
-  Block* const source = Source("filesrc", {directory / "in.wav"});
-  Block* const play = Sink("audio", {"speaker", "30"});
+  Block* const source = Source({"filesrc", directory / "in.wav"});
+  Block* const play = Sink({"audio", "speaker", "30"});
   ASSERT_NE(nullptr, play);
   bool listed = false;
   for (const std::string& line : Parameter(play, 3))
     listed = listed || line.find(":speaker 0 2 48000") != std::string::npos;
   EXPECT_TRUE(listed) << testing::PrintToString(Parameter(play, 3));
-  ASSERT_TRUE(Link(source, play, 2, S24_3BE, 48000, 333));
+  ASSERT_TRUE(Link(source, play, {S24_3BE, 2, 48000, 333}));
   ASSERT_EQ(Route::END_OF_FILE, Run());
   ASSERT_EQ(0, speaker->Stop());
   EXPECT_EQ(noise, Recorded());
 }
 
 TEST_F(AudioBlock, EverySampleOfTheDeviceReachesARoute) {
-  Block* const listen = Source("audio", {"microphone"});
+  Block* const listen = Source({"audio", "microphone"});
   ASSERT_NE(nullptr, listen);
-  Block* const sink = Sink("filesink", {directory / "out.wav", "wavf"});
-  ASSERT_TRUE(Link(listen, sink, 2));
+  Block* const sink = Sink({"filesink", directory / "out.wav", "wavf"});
+  ASSERT_TRUE(Link(listen, sink, {FLOAT_LE, 2}));
   ASSERT_EQ(0, route->Start());
   ASSERT_EQ(0, microphone->Start());
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -91,21 +91,21 @@ TEST_F(AudioBlock, EverySampleOfTheDeviceReachesARoute) {
 }
 
 TEST_F(AudioBlock, WhatDoesNotFitIsRefused) {
-  EXPECT_EQ(nullptr, Sink("audio", {}));
-  EXPECT_EQ(nullptr, Sink("audio", {"no such device"}));
-  EXPECT_EQ(nullptr, Sink("audio", {"999"}));
-  EXPECT_EQ(nullptr, Sink("audio", {"system", "-1"}));
-  EXPECT_EQ(nullptr, Middle("audio", {"system"}));
-  Block* const source = Source("siggen", {"sine"});
-  Block* const sink = Sink("audio", {"system"});
-  EXPECT_FALSE(Link(source, sink, 64));
-  EXPECT_FALSE(Link(source, sink, 1, S16_LE, 12345));
+  EXPECT_EQ(nullptr, Sink({"audio"}));
+  EXPECT_EQ(nullptr, Sink({"audio", "no such device"}));
+  EXPECT_EQ(nullptr, Sink({"audio", "999"}));
+  EXPECT_EQ(nullptr, Sink({"audio", "system", "-1"}));
+  EXPECT_EQ(nullptr, New({"audio", "system"}));
+  Block* const source = Source({"siggen", "sine"});
+  Block* const sink = Sink({"audio", "system"});
+  EXPECT_FALSE(Link(source, sink, {FLOAT_LE, 64}));
+  EXPECT_FALSE(Link(source, sink, {S16_LE, 1, 12345}));
 }
 
 // The last one: there is no server any more.
 TEST_F(AudioBlock, ADeviceThatGoesFailsTheRoute) {
-  Block* const source = Source("audio", {"system"});
-  Block* const sink = Sink("filesink", {directory / "out.wav"});
+  Block* const source = Source({"audio", "system"});
+  Block* const sink = Sink({"filesink", directory / "out.wav"});
   ASSERT_TRUE(Link(source, sink));
   ASSERT_EQ(0, route->Start());
   std::this_thread::sleep_for(std::chrono::milliseconds(50));

@@ -93,28 +93,6 @@ TEST_F(Blocks, HooksSeeThePortActiveWhileLinkedAndInactiveWhileUnlinked) {
   block->BaseOnOutEpUnlinked(0);
   block->BaseOnInEpUnlinked(31);  // no longer there: told all the same
   EXPECT_EQ((std::vector<std::size_t>{1, 11, 10, 0, 0}), seen);
-  EXPECT_EQ((Lines{"b.OnInEpLinked 31",
-                   "D src/Block BaseOnInEpLinked: RouteA: b_0: Input endpoint 31 linked",
-                   "b.OnOutEpLinked 0",
-                   "D src/Block BaseOnOutEpLinked: RouteA: b_0: Output endpoint 0 linked",
-                   "D src/Block BaseOnInEpUnlinked: RouteA: b_0: Input endpoint 31 unlinked",
-                   "b.OnInEpUnlinked 31",
-                   "D src/Block BaseOnOutEpUnlinked: RouteA: b_0: Output endpoint 0 unlinked",
-                   "b.OnOutEpUnlinked 0",
-                   "D src/Block BaseOnInEpUnlinked: RouteA: b_0: Input endpoint 31 unlinked",
-                   "b.OnInEpUnlinked 31"}),
-            TakeTrace());
-}
-
-TEST_F(Blocks, AHookThatRefusesLeavesThePortInactive) {
-  Scripts()["b"].on["OnInEpLinked"] =
-      Scripts()["b"].on["OnOutEpLinked"] = [](ScriptedBlock*) { return -7L; };
-  auto block = Make();
-  EXPECT_EQ(-7, block->BaseOnInEpLinked(1));
-  EXPECT_EQ(-7, block->BaseOnOutEpLinked(1));
-  EXPECT_TRUE(block->ActiveInEps().empty());
-  EXPECT_TRUE(block->ActiveOutEps().empty());
-  EXPECT_EQ((Lines{"b.OnInEpLinked 1", "b.OnOutEpLinked 1"}), TakeTrace());
 }
 
 TEST_F(Blocks, ReadyNeedsEveryInputAndEmptyAnyOutput) {

@@ -1,13 +1,9 @@
 // Whatever the graph, every sample that goes in comes out, and nothing else does.
 #include "common/EndOfInput.h"
-#include "support/WavFiles.h"
-
-#include <gtest/gtest.h>
-#include <zelk/Zelk.h>
+#include "support/Graph.h"
 
 #include <algorithm>
 #include <climits>
-#include <future>
 #include <map>
 #include <random>
 
@@ -15,7 +11,9 @@ namespace {
 
 using namespace zelk;
 using test::Counting;
-using Shorts = std::vector<short>;
+using test::Floats;
+using test::Memory;
+using test::Shorts;
 
 TEST(LastMark, CarriesTheTimeAndIsNoTimeToOthers) {
   EXPECT_EQ(-2, blocks::LastMark(0));
@@ -32,15 +30,14 @@ TEST(LastMark, CarriesTheTimeAndIsNoTimeToOthers) {
 }
 
 /// A route built of named blocks, in an order that the test chooses.
-class EndOfInput : public testing::Test, protected Route::Callbacks {
+class EndOfInput : public test::RouteFixture {
  protected:
   struct Node {
-    std::string file;
-    std::vector<std::string> args;
+    Words words;
     bool first = false;
     bool last = false;
   };
-  struct Join {
+  struct Edge {
     std::string from;
     unsigned long out;
     std::string to;
@@ -48,76 +45,32 @@ class EndOfInput : public testing::Test, protected Route::Callbacks {
     unsigned int channels = 1;
   };
 
-  void SetUp() override {
-    route = Zelk::Instance()->NewRoute("RouteA", this);
-    ASSERT_NE(nullptr, route);
-  }
-  void TearDown() override { Zelk::Instance()->DeleteRoute(route); }
-
   /// Runs the graph until it stops by itself; why it did.
-  Route::StopReason Run(const std::vector<std::string>& order, const std::vector<Join>& joins) {
+  std::optional<Route::StopReason> Run(const std::vector<std::string>& order,
+                                       const std::vector<Edge>& joins) {
     std::map<std::string, Block*> made;
     for (const auto& name : order) {
       const Node& node = nodes.at(name);
-      made[name] = route->NewBlock((node.file + ".so").c_str(), node.first, node.last, node.args);
+      made[name] = New(node.words, node.first, node.last);
       EXPECT_NE(nullptr, made[name]) << name;
     }
     for (const auto& join : joins) {
-      EXPECT_NE(nullptr, route->NewLink(48000, S16_LE, join.channels, 100, made[join.from],
-                                        join.out, made[join.to], join.in));
+      EXPECT_TRUE(Join(made[join.from], join.out, made[join.to], join.in,
+                       {S16_LE, join.channels, 48000, 100}));
     }
-    stopped = {};
-    EXPECT_EQ(0, route->Start());
-    const auto reason = stopped.get_future().get();
+    const auto reason = RouteFixture::Run();
     EXPECT_EQ(0, route->DeleteAll());
     return reason;
   }
 
-  void OnStopped(Route::StopReason reason) override { stopped.set_value(reason); }
-
-  Node Source(const std::string& name, std::size_t samples) {
+  Node FileSource(const std::string& name, std::size_t samples) {
     test::WriteWav(directory / name, Counting(samples));
-    return {"filesrc", {directory / name}, true, false};
+    return {{"filesrc", directory / name}, true, false};
   }
-  Node Sink(const std::string& name) { return {"filesink", {directory / name}, false, true}; }
+  Node FileSink(const std::string& name) { return {{"filesink", directory / name}, false, true}; }
 
-  test::TemporaryDirectory directory;
   std::map<std::string, Node> nodes;
-  Route* route = nullptr;
-  std::promise<Route::StopReason> stopped;
 };
-
-/// Counting up to `a` beside counting up to `b`, the shorter one filled up with silence.
-Shorts SideBySide(std::size_t a, std::size_t b) {
-  Shorts both;
-  for (std::size_t i = 0; i < std::max(a, b); ++i) {
-    both.push_back(i < a ? static_cast<short>(i + 1) : short{0});
-    both.push_back(i < b ? static_cast<short>(i + 1) : short{0});
-  }
-  return both;
-}
-
-TEST_F(EndOfInput, SourcesOfAnyTwoLengthsMeetInAJoinOverPathsOfUnequalDepth) {
-  nodes = {{"gain1", {"gain", {}}},
-           {"gain2", {"gain", {}}},
-           {"join", {"patch", {}}},
-           {"tail", {"gain", {}}},
-           {"sink", Sink("out.wav")}};
-  for (const auto& [a, b] : std::vector<std::pair<std::size_t, std::size_t>>{
-           {250, 1000}, {1000, 250}, {300, 300}, {1, 999}, {100, 200}, {401, 399}}) {
-    SCOPED_TRACE(std::to_string(a) + " and " + std::to_string(b));
-    nodes["a"] = Source("a.wav", a);
-    nodes["b"] = Source("b.wav", b);
-    EXPECT_EQ(Route::END_OF_FILE, Run({"a", "b", "gain1", "gain2", "join", "tail", "sink"},
-                                      {{"a", 0, "join", 0},
-                                       {"b", 0, "gain1", 0},
-                                       {"gain1", 0, "gain2", 0},
-                                       {"gain2", 0, "join", 1},
-                                       {"join", 0, "tail", 0, 2},
-                                       {"tail", 0, "sink", 0, 2}}));
-    EXPECT_EQ(SideBySide(a, b), test::ReadShorts(directory / "out.wav"));
-  }
-}
 
 /// Grows a graph at random: every source reaches the sink, through gains, tees and joins of any
 /// depth.
@@ -195,17 +148,17 @@ TEST_F(EndOfInput, InGraphsOfAnyShapeAndAnyOrderOfAddressesNoSampleIsLostOrDumpe
     graph.Grow(sources);
     const auto channels = graph.streams[0].sources;
     std::vector<std::string> order = {"sink"};
-    nodes = {{"sink", Sink("out.wav")}};
+    nodes = {{"sink", FileSink("out.wav")}};
     std::vector<std::size_t> lengths;
     for (int i = 0; i < sources; ++i) {
       const std::string name = "source" + std::to_string(i);
       lengths.push_back(1 + graph.Below(700));
-      nodes[name] = Source(name, lengths.back());
+      nodes[name] = FileSource(name, lengths.back());
       order.push_back(name);
     }
-    std::vector<Join> joins;
+    std::vector<Edge> joins;
     for (const auto& [name, file] : graph.files) {
-      nodes[name] = {file, {}};
+      nodes[name] = {{file}};
       order.push_back(name);
     }
     for (const auto& step : graph.steps)
@@ -224,7 +177,7 @@ TEST_F(EndOfInput, InGraphsOfAnyShapeAndAnyOrderOfAddressesNoSampleIsLostOrDumpe
     for (std::size_t i = 0; i < longest; ++i)
       for (const int source : channels)
         expected.push_back(i < lengths[static_cast<std::size_t>(source)] ? short(i + 1) : short{0});
-    ASSERT_EQ(expected, test::ReadShorts(directory / "out.wav"));
+    ASSERT_EQ(expected, test::ReadWav<short>(directory / "out.wav"));
     // Every stream was dumped once: its bytes are those of all its channels' sources.
     std::size_t dumped = 0, sent = 0;
     for (const auto& file : std::filesystem::directory_iterator(dumps.path))
@@ -244,30 +197,80 @@ TEST_F(EndOfInput, InGraphsOfAnyShapeAndAnyOrderOfAddressesNoSampleIsLostOrDumpe
 }
 
 TEST_F(EndOfInput, ABlockThatKnowsNothingOfItGetsEverySampleAndIsNeverCalledForNothing) {
-  nodes = {{"a", Source("a.wav", 250)},
-           {"gain", {"gain", {}}},
-           {"naive", {"patch", {"naive"}}},
-           {"sink", Sink("out.wav")}};
+  nodes = {{"a", FileSource("a.wav", 250)},
+           {"gain", {{"gain"}}},
+           {"naive", {{"patch", "naive"}}},
+           {"sink", FileSink("out.wav")}};
   EXPECT_EQ(Route::END_OF_FILE,
             Run({"a", "gain", "naive", "sink"},
                 {{"a", 0, "gain", 0}, {"gain", 0, "naive", 0}, {"naive", 0, "sink", 0}}));
-  EXPECT_EQ(Counting(250), test::ReadShorts(directory / "out.wav"));
+  EXPECT_EQ(Counting(250), test::ReadWav<short>(directory / "out.wav"));
 
   // Behind one output of a tee, while the other one is held.
-  nodes["tee"] = {"patch", {}};
-  nodes["end"] = {"patch", {"naive"}, false, true};
+  nodes["tee"] = {{"patch"}};
+  nodes["end"] = {{"patch", "naive"}, false, true};
   EXPECT_EQ(Route::END_OF_FILE, Run({"a", "tee", "gain", "end", "sink"}, {{"a", 0, "tee", 0},
                                                                           {"tee", 0, "gain", 0},
                                                                           {"tee", 1, "end", 0},
                                                                           {"gain", 0, "sink", 0}}));
-  EXPECT_EQ(Counting(250), test::ReadShorts(directory / "out.wav"));
+  EXPECT_EQ(Counting(250), test::ReadWav<short>(directory / "out.wav"));
 }
 
 TEST_F(EndOfInput, ASourceWithoutSamplesEndsTheRouteAtOnce) {
-  nodes = {{"a", Source("a.wav", 0)}, {"gain", {"gain", {}}}, {"sink", Sink("out.wav")}};
+  nodes = {{"a", FileSource("a.wav", 0)}, {"gain", {{"gain"}}}, {"sink", FileSink("out.wav")}};
   EXPECT_EQ(Route::END_OF_FILE,
             Run({"a", "gain", "sink"}, {{"a", 0, "gain", 0}, {"gain", 0, "sink", 0}}));
-  EXPECT_EQ(Shorts{}, test::ReadShorts(directory / "out.wav"));
+  EXPECT_EQ(Shorts{}, test::ReadWav<short>(directory / "out.wav"));
+}
+
+class FileSource : public test::Graph {};
+
+TEST_F(FileSource, AFileRepeatsWithoutAGapAndIsEnteredAtAnyPlace) {
+  test::WriteWav(directory / "in.wav", test::Counting(250));
+  Block* const source = Source({"filesrc", directory / "in.wav"});
+  Block* const gate = New({"tee"});
+  Memory heard;
+  Block* const sink = Sink({"filesink", directory / "out.wav"});
+  ASSERT_TRUE(Join(source, 0, gate, 0, {S16_LE, 1, 48000, 100}));
+  ASSERT_TRUE(Join(gate, 0, sink, 0, {S16_LE, 1, 48000, 100}));
+  ASSERT_TRUE(Join(gate, 1, Sink(heard), 0, {S16_LE, 1, 48000, 100}));
+  heard.before = [&](std::size_t frames, FrameBuffer&) {
+    if (frames == 7) source->SetParameter(1, {"0"});
+  };
+  EXPECT_EQ(0, route->SetParameter(source, 1, {"1"}));
+  EXPECT_EQ(0, route->SetParameter(source, 2, {"0.001"}));
+  EXPECT_EQ(-20, route->SetParameter(source, 2, {"0.0053"}));  // the file is 250 samples long
+  EXPECT_EQ(Route::END_OF_FILE, Run(true));
+  Shorts expected = test::Counting(250);
+  expected.erase(expected.begin(), expected.begin() + 48);
+  for (int i = 0; i < 3; ++i)
+    for (short n = 1; n <= 250; ++n)
+      expected.push_back(n);
+  expected.resize(202 + 2 * 250);
+  EXPECT_EQ(expected, heard.As<short>());
+  EXPECT_EQ(expected, test::ReadWav<short>(directory / "out.wav"));
+  EXPECT_DOUBLE_EQ(250 / 48000.0, Parameter(source, 3));
+  EXPECT_DOUBLE_EQ(702 / 48000.0, Parameter(sink, 1));
+}
+
+TEST_F(FileSource, AJumpInARunningFileIsACrossfade) {
+  Shorts low(9600, -10000);
+  std::fill(low.begin() + 4800, low.end(), short{10000});
+  test::WriteWav(directory / "in.wav", low);
+  Block* const source = Source({"filesrc", directory / "in.wav"});
+  Memory heard;
+  ASSERT_TRUE(Join(source, 0, Sink(heard), 0));
+  heard.before = [&](std::size_t frames, FrameBuffer&) {
+    if (frames == 2) {
+      EXPECT_EQ(0, source->SetParameter(2, {"0.15"}));
+    }
+  };
+  EXPECT_EQ(Route::END_OF_FILE, Run());
+  const Floats out = heard.As<float>();
+  EXPECT_EQ(960U + 2400, out.size());
+  EXPECT_NEAR(-0.305, out[959], 0.001);
+  EXPECT_NEAR(0.305, out[1920], 0.001);
+  EXPECT_LT(test::LargestStep(out), 0.001F);
 }
 
 }  // namespace

@@ -1,23 +1,18 @@
 // The stock blocks by what they write and refuse.
 #include "common/Arguments.h"
-#include "support/WavFiles.h"
+#include "support/RouteFixture.h"
 
-#include <gtest/gtest.h>
 #include <zelk/Ioctl.h>
-#include <zelk/Zelk.h>
 
 #include <clocale>
 #include <cmath>
-#include <condition_variable>
-#include <future>
-#include <mutex>
 
 namespace {
 
 using namespace zelk;
 using test::Counting;
-using Words = std::vector<std::string>;
-using Shorts = std::vector<short>;
+using test::ReadWav;
+using test::Shorts;
 
 TEST(Arguments, NumbersFillTheWordAndAreFinite) {
   EXPECT_EQ(-6.5, blocks::ParseNumber("-6.5"));
@@ -39,19 +34,8 @@ TEST(Arguments, FileUrlsAreDecodedAndOtherWordsAreThePath) {
 }
 
 /// RouteA as a chain of blocks, each one's output 0 into the next one's input 0.
-class StockBlocks : public testing::Test, protected Route::Callbacks {
+class StockBlocks : public test::RouteFixture {
  protected:
-  void SetUp() override {
-    route = Zelk::Instance()->NewRoute("RouteA", this);
-    ASSERT_NE(nullptr, route);
-  }
-  void TearDown() override { Zelk::Instance()->DeleteRoute(route); }
-
-  Block* New(const Words& words, bool first = false, bool last = false) {
-    return route->NewBlock((words[0] + ".so").c_str(), first, last,
-                           Words(words.begin() + 1, words.end()));
-  }
-
   /// The chain's blocks; `formats` are those of its links, the last of which repeats.
   std::vector<Block*> Chain(const std::vector<Words>& chain, std::vector<SampleFormat> formats,
                             unsigned int channels = 1, long frame = 480) {
@@ -62,47 +46,19 @@ class StockBlocks : public testing::Test, protected Route::Callbacks {
     }
     for (std::size_t i = 0; i + 1 < made.size(); ++i) {
       const auto format = formats[std::min(i, formats.size() - 1)];
-      EXPECT_NE(nullptr,
-                route->NewLink(48000, format, channels, frame, made[i], 0, made[i + 1], 0));
+      EXPECT_TRUE(Link(made[i], made[i + 1], {format, channels, 48000, frame}));
     }
     return made;
   }
 
-  /// Starts the route and waits until it stops by itself.
-  int Run() {
-    EXPECT_EQ(0, route->Start());
-    return WaitForStop();
-  }
-  int WaitForStop() {
-    std::unique_lock lock(mutex);
-    heard.wait(lock, [this] { return reason >= 0; });
-    return std::exchange(reason, -1);
-  }
-  /// Each request is served between two frames, so that some frames pass.
-  void LetFramesPass(Block* block) {
-    Words words;
-    for (int i = 0; i < 10; ++i)
-      route->GetParameter(block, 1, words);
-  }
-  int RunChain(const std::vector<Words>& chain, std::vector<SampleFormat> formats,
-               unsigned int channels = 1, long frame = 480) {
+  std::optional<Route::StopReason> RunChain(const std::vector<Words>& chain,
+                                            std::vector<SampleFormat> formats,
+                                            unsigned int channels = 1, long frame = 480) {
     Chain(chain, std::move(formats), channels, frame);
-    const int why = Run();
+    const auto why = Run();
     route->DeleteAll();
     return why;
   }
-
-  void OnStopped(Route::StopReason why) override {
-    const std::lock_guard lock(mutex);
-    reason = static_cast<int>(why);
-    heard.notify_one();
-  }
-
-  test::TemporaryDirectory directory;
-  Route* route = nullptr;
-  std::mutex mutex;
-  std::condition_variable heard;
-  int reason = -1;
 };
 
 TEST_F(StockBlocks, AFilePassesEveryFormatUnchangedAndEveryFileTypeComesOut) {
@@ -115,7 +71,7 @@ TEST_F(StockBlocks, AFilePassesEveryFormatUnchangedAndEveryFileTypeComesOut) {
     const std::string out = directory / "out.wav";
     EXPECT_EQ(Route::END_OF_FILE,
               RunChain({{"filesrc", in}, {"gain"}, {"filesink", out}}, {format, S32_BE}, 2, 3));
-    EXPECT_EQ(extremes, test::ReadShorts(out));
+    EXPECT_EQ(extremes, ReadWav<short>(out));
   }
   for (const auto& [name, word, type] : std::vector<std::tuple<std::string, std::string, int>>{
            {"a.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
@@ -126,38 +82,32 @@ TEST_F(StockBlocks, AFilePassesEveryFormatUnchangedAndEveryFileTypeComesOut) {
     Words sink = {"filesink", directory / name, word};
     if (word.empty()) sink.pop_back();
     EXPECT_EQ(Route::END_OF_FILE, RunChain({{"filesrc", in}, sink}, {FLOAT_LE}, 2));
-    SF_INFO info;
-    const auto samples = test::ReadWav(directory / name, info);
-    EXPECT_EQ(type, info.format & (SF_FORMAT_TYPEMASK | SF_FORMAT_SUBMASK)) << name;
+    int format = 0;
+    const auto samples = ReadWav<double>(directory / name, &format);
+    EXPECT_EQ(type, format & (SF_FORMAT_TYPEMASK | SF_FORMAT_SUBMASK)) << name;
     ASSERT_EQ(extremes.size(), samples.size()) << name;
     for (std::size_t i = 0; i < samples.size(); ++i)
-      EXPECT_EQ(extremes[i] * 65536, samples[i]) << name << ' ' << i;
+      EXPECT_EQ(extremes[i] / 32768.0, samples[i]) << name << ' ' << i;
   }
 }
 
 TEST_F(StockBlocks, DeepSamplesKeepTheirLowestBitAtZeroDecibels) {
-  SF_INFO info = {};
-  info.samplerate = 48000;
-  info.channels = 1;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
-  const std::vector<int> deep = {0x7FFFFF00, -0x80000000LL, 0x00000100, 0x12345600};
-  SNDFILE* file = sf_open((directory / "in.wav").c_str(), SFM_WRITE, &info);
-  sf_write_int(file, deep.data(), 4);
-  sf_close(file);
+  const std::vector<int> deep = {0x7FFFFF00, -0x7FFFFFFF - 1, 0x00000100, 0x12345600};
+  test::WriteWav(directory / "in.wav", deep);
   EXPECT_EQ(Route::END_OF_FILE, RunChain({{"filesrc", directory / "in.wav"},
                                           {"gain", "0"},
                                           {"filesink", directory / "out.wav", "wav24"}},
                                          {S32_LE, S24_3BE}));
-  EXPECT_EQ(deep, test::ReadWav(directory / "out.wav", info));
+  EXPECT_EQ(deep, ReadWav<int>(directory / "out.wav"));
 }
 
 TEST_F(StockBlocks, GainMultipliesAndClips) {
-  test::WriteWav(directory / "in.wav", {100, -100, 20000, -20000});
+  test::WriteWav(directory / "in.wav", Shorts{100, -100, 20000, -20000});
   RunChain({{"filesrc", directory / "in.wav"},
             {"gain", "6.020599913279624"},
             {"filesink", directory / "out.wav"}},
            {S16_LE});
-  EXPECT_EQ((Shorts{200, -200, 32767, -32768}), test::ReadShorts(directory / "out.wav"));
+  EXPECT_EQ((Shorts{200, -200, 32767, -32768}), ReadWav<short>(directory / "out.wav"));
 }
 
 TEST_F(StockBlocks, AFadeOutIsAStraightLineThatEndsTheRouteWithItsLastSample) {
@@ -169,8 +119,8 @@ TEST_F(StockBlocks, AFadeOutIsAStraightLineThatEndsTheRouteWithItsLastSample) {
   // `Start` begins without a fade; this one is asked for while the route runs.
   ASSERT_EQ(0, route->Start());
   ASSERT_EQ(0, route->SetParameter(chain[1], 2, {"0.025"}));
-  EXPECT_EQ(Route::NORMAL, WaitForStop());
-  const auto out = test::ReadShorts(directory / "out.wav");
+  EXPECT_EQ(Route::NORMAL, WaitForEnd());
+  const auto out = ReadWav<short>(directory / "out.wav");
   ASSERT_GE(out.size(), 1200U);
   EXPECT_EQ(0U, (out.size() - 1200) % 300);
   for (std::size_t i = 0; i < 1200; ++i)
@@ -185,7 +135,7 @@ TEST_F(StockBlocks, AChangeOfGainIsARamp) {
   ASSERT_EQ(0, route->SetParameter(chain[1], 1, {"-120"}));
   LetFramesPass(chain[1]);
   ASSERT_EQ(0, route->Stop());
-  const auto out = test::ReadShorts(directory / "out.wav");
+  const auto out = ReadWav<short>(directory / "out.wav");
   EXPECT_EQ(0, out.back());
   for (std::size_t i = 1; i < out.size(); ++i)
     ASSERT_LE(std::abs(out[i] - out[i - 1]), 35) << i;
@@ -195,7 +145,7 @@ TEST_F(StockBlocks, SiggenMakesWhatItIsAskedFor) {
   RunChain({{"siggen", "sine", "1000", "-6.020599913279624", "0.1"},
             {"filesink", directory / "sine.wav"}},
            {S16_BE}, 2, 77);
-  const auto sine = test::ReadShorts(directory / "sine.wav");
+  const auto sine = ReadWav<short>(directory / "sine.wav");
   ASSERT_EQ(9600U, sine.size());
   for (std::size_t i = 0; i < 4800; ++i) {
     ASSERT_EQ(std::lrint(16384 * std::sin(2 * M_PI * static_cast<double>(i) / 48)), sine[2 * i]);
@@ -203,11 +153,11 @@ TEST_F(StockBlocks, SiggenMakesWhatItIsAskedFor) {
   }
   RunChain({{"siggen", "impulse", "100", "0", "1"}, {"filesink", directory / "impulse.wav"}},
            {S16_LE});
-  const auto impulses = test::ReadShorts(directory / "impulse.wav");
+  const auto impulses = ReadWav<short>(directory / "impulse.wav");
   for (std::size_t i = 0; i < impulses.size(); ++i)
     ASSERT_EQ(i % 480 == 0 ? 32767 : 0, impulses[i]) << i;
   RunChain({{"siggen", "noise", "0", "0", "1"}, {"filesink", directory / "noise.wav"}}, {S16_LE});
-  const auto noise = test::ReadShorts(directory / "noise.wav");
+  const auto noise = ReadWav<short>(directory / "noise.wav");
   double power = 0, mean = 0;
   for (const short sample : noise) {
     power += sample * sample / 48000.0;
@@ -218,46 +168,27 @@ TEST_F(StockBlocks, SiggenMakesWhatItIsAskedFor) {
 }
 
 TEST_F(StockBlocks, ArgumentsAndLinksThatDoNotFitAreRefused) {
-  for (const Words& words : std::vector<Words>{{"filesrc"},
-                                               {"filesrc", "/nowhere.wav"},
-                                               {"filesrc", "/etc/passwd"},
-                                               {"filesrc", "/"},
-                                               {"filesrc", "file:/%zz"},
-                                               {"filesink"},
-                                               {"filesink", "a", "mp3"},
-                                               {"filesink", "a", "flac", "x"},
-                                               {"gain", "loud"},
-                                               {"gain", "0", "1"},
-                                               {"gain", "1e9"},
-                                               {"siggen"},
-                                               {"siggen", "saw"},
-                                               {"siggen", "sine", "-1"},
-                                               {"siggen", "sine", "1", "3"},
-                                               {"siggen", "sine", "1", "-3", "x"},
-                                               {"fifosrc", "drop"},
-                                               {"fifosink", "pad"}})
-    EXPECT_EQ(nullptr, New(words)) << words[0] << ' ' << (words.size() > 1 ? words[1] : "");
+  ExpectNoBlocks({"filesrc", "filesrc /nowhere.wav", "filesrc /etc/passwd", "filesrc /",
+                  "filesrc file:/%zz", "filesink", "filesink a mp3", "filesink a flac x",
+                  "gain loud", "gain 0 1", "gain 1e9", "siggen", "siggen saw", "siggen sine -1",
+                  "siggen sine 1 3", "siggen sine 1 -3 x", "fifosrc drop", "fifosink pad"});
 
   test::WriteWav(directory / "in.wav", Counting(10), 2, 44100);
   Block* source = New({"filesrc", directory / "in.wav"}, true);
   Block* gain = New({"gain"});
   Block* sink = New({"filesink", directory / "out.wav"}, false, true);
-  const auto link = [&](unsigned rate, unsigned format, unsigned channels, long frame, Block* from,
-                        unsigned long out, Block* to) {
-    return route->NewLink(rate, static_cast<SampleFormat>(format), channels, frame, from, out, to,
-                          0);
-  };
-  EXPECT_EQ(nullptr, link(48000, S16_LE, 2, 10, source, 0, gain));
-  EXPECT_EQ(nullptr, link(44100, S16_LE, 1, 10, source, 0, gain));
-  EXPECT_EQ(nullptr, link(44100, 12, 2, 10, source, 0, gain));
-  EXPECT_EQ(nullptr, link(44100, S16_LE, 2, 0, source, 0, gain));
-  EXPECT_EQ(nullptr, link(44100, S16_LE, 2, 10, source, 1, gain));
-  EXPECT_EQ(nullptr, link(44100, S16_LE, 0, 10, gain, 0, sink));
-  EXPECT_NE(nullptr, link(44100, BYTE, 2, 10, source, 0, gain));
-  EXPECT_EQ(nullptr, link(44100, S16_LE, 1, 10, gain, 0, sink));
-  EXPECT_NE(nullptr, link(44100, FLOAT_BE, 2, 3, gain, 0, sink));  // smaller frames: resized
+  for (const test::Format& bad : {test::Format{S16_LE, 2, 48000, 10},
+                                  {S16_LE, 1, 44100, 10},
+                                  {SampleFormat(12), 2, 44100, 10},
+                                  {S16_LE, 2, 44100, 0}})
+    EXPECT_FALSE(Link(source, gain, bad));
+  EXPECT_FALSE(Join(source, 1, gain, 0, {S16_LE, 2, 44100, 10}));
+  EXPECT_FALSE(Link(gain, sink, {S16_LE, 0, 44100, 10}));
+  EXPECT_TRUE(Link(source, gain, {BYTE, 2, 44100, 10}));
+  EXPECT_FALSE(Link(gain, sink, {S16_LE, 1, 44100, 10}));
+  EXPECT_TRUE(Link(gain, sink, {FLOAT_BE, 2, 44100, 3}));  // smaller frames: resized
   EXPECT_EQ(Route::END_OF_FILE, Run());
-  EXPECT_EQ(10U, test::ReadShorts(directory / "out.wav").size());
+  EXPECT_EQ(10U, ReadWav<short>(directory / "out.wav").size());
 }
 
 TEST_F(StockBlocks, ParameterZeroListsTheOthers) {
@@ -278,7 +209,7 @@ TEST_F(StockBlocks, ParameterZeroListsTheOthers) {
 TEST_F(StockBlocks, AFullDiskFailsTheRouteAndALostDirectoryItsStart) {
   Chain({{"siggen", "noise"}, {"filesink", "/dev/full", "wav16"}}, {S16_LE});
   if (route->Start() == 0) {
-    EXPECT_EQ(Route::FAILURE, WaitForStop());
+    EXPECT_EQ(Route::FAILURE, WaitForEnd());
   }
   route->DeleteAll();
   Chain({{"siggen", "noise"}, {"filesink", directory / "none/out.wav"}}, {S16_LE});
@@ -290,7 +221,7 @@ TEST_F(StockBlocks, AFileBeginsAnewAfterItsEndAndGoesOnAfterAStop) {
   Chain({{"filesrc", directory / "in.wav"}, {"filesink", directory / "out.wav"}}, {S16_LE});
   for (int run = 0; run < 2; ++run) {
     EXPECT_EQ(Route::END_OF_FILE, Run());
-    EXPECT_EQ(Counting(1000), test::ReadShorts(directory / "out.wav"));
+    EXPECT_EQ(Counting(1000), ReadWav<short>(directory / "out.wav"));
   }
   route->DeleteAll();
 
@@ -298,14 +229,14 @@ TEST_F(StockBlocks, AFileBeginsAnewAfterItsEndAndGoesOnAfterAStop) {
     ASSERT_EQ(0, route->Start());
     LetFramesPass(source);
     ASSERT_EQ(0, route->Stop());
-    WaitForStop();
+    WaitForEnd();
   };
   Block* source =
       Chain({{"siggen", "silence"}, {"filesink", directory / "out.wav"}}, {S16_LE}).front();
   std::size_t before = 0;
   for (int i = 0; i < 3; ++i) {
     runAWhile(source);
-    const std::size_t now = test::ReadShorts(directory / "out.wav").size();
+    const std::size_t now = ReadWav<short>(directory / "out.wav").size();
     EXPECT_GT(now, before);
     before = now;
   }
@@ -313,7 +244,7 @@ TEST_F(StockBlocks, AFileBeginsAnewAfterItsEndAndGoesOnAfterAStop) {
 
   source = Chain({{"siggen", "silence"}, {"filesink", directory / "out.flac"}}, {S16_LE}).front();
   runAWhile(source);
-  EXPECT_NE(0U, test::ReadShorts(directory / "out.flac").size());
+  EXPECT_NE(0U, ReadWav<short>(directory / "out.flac").size());
   EXPECT_EQ(-20, route->Start());  // FLAC does not go on
 }
 
@@ -331,7 +262,7 @@ TEST_F(StockBlocks, AnAnnouncedTotalTrimsTheLastFrameOnTheWayThroughTwoFifos) {
   const auto samples = Counting(1111);
   for (long at = 0; at < 1111; at += 101)
     ASSERT_EQ(0, in->Consume(samples.data() + at, 101, true, 5'000'000 + at * 1'000'000 / 48000));
-  EXPECT_EQ(Route::END_OF_FILE, WaitForStop());
+  EXPECT_EQ(Route::END_OF_FILE, WaitForEnd());
   Shorts got(1112);
   long long time = 0;
   EXPECT_EQ(0, out->Produce(got.data(), 1112, false, &time));

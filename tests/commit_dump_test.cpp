@@ -1,55 +1,28 @@
-#include <gtest/gtest.h>
-
-#include <stdlib.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <locale>
-#include <memory>
 #include <numeric>
 
-#include "Link/Link.h"
-#include "support/LogRecorder.h"
-#include "support/ScriptedBlock.h"
+#include "support/LinkTest.h"
+#include "support/TemporaryDirectory.h"
 
 namespace {
 
-using test::ScriptedBlock;
-using test::TakeTrace;
-using Lines = std::vector<std::string>;
+using namespace test;
 namespace fs = std::filesystem;
 
-class Commits : public ::testing::Test {
+class Commits : public LinkTest {
  protected:
-  void SetUp() override {
-    test::Scripts().clear();
-    std::string pattern = ::testing::TempDir() + "zelk-dump-XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(pattern.data()));
-    folder = pattern + "/";
-    source = std::make_unique<ScriptedBlock>("src", true, false);
-    sink = std::make_unique<ScriptedBlock>("dst", false, true);
-    source->SetName("RouteA", "gen_0", &dumpPath);
-    sink->SetName("RouteA", "out_0", &dumpPath);
-  }
-  void TearDown() override {
-    links.clear();
-    source.reset();
-    sink.reset();
-    fs::remove_all(folder);
-  }
-  void Join(std::size_t out, std::size_t in, zelk::SampleFormat format = zelk::S16_LE,
+  void Join(std::size_t from, std::size_t to, zelk::SampleFormat format = zelk::S16_LE,
             unsigned channels = 2, long samples = 480) {
-    links.push_back(std::make_unique<zelk::Link>(
-        "RouteA", std::string("lnk_").append(std::to_string(links.size())), 48000, format, channels,
-        samples));
-    ASSERT_EQ(0, links.back()->Connect(source->OutEp(out), sink->InEp(in)));
+    links.push_back(NewLink(format, channels, samples));
+    ASSERT_EQ(0, links.back()->Connect(source->OutEp(from), sink->InEp(to)));
     TakeTrace();
   }
-  void CommitFrame(std::size_t out, long samples) {
-    source->Out(out)->validSamples = samples;
+  void CommitFrame(std::size_t port, long samples) {
+    source->Out(port)->validSamples = samples;
     EXPECT_EQ(0, source->CommitFrame());
   }
   std::vector<std::string> Files() const {
@@ -62,13 +35,12 @@ class Commits : public ::testing::Test {
   }
   std::string Read(const std::string& name) {
     source->CloseDump();
-    std::ifstream file(folder + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return ReadFile(folder + name);
   }
 
-  static constexpr char FILE_0[] = "RouteA-gen_0-O00-48000Hz-S16_LE-2ch.pcm";
-  std::string folder, dumpPath;
-  std::unique_ptr<ScriptedBlock> source, sink;
+  static constexpr char FILE_0[] = "RouteA-src_0-O00-48000Hz-S16_LE-2ch.pcm";
+  const TemporaryDirectory directory;
+  const std::string& folder = directory.path;
   std::vector<std::unique_ptr<zelk::Link>> links;
 };
 
@@ -120,8 +92,8 @@ TEST_F(Commits, DumpFramesBackToBackInTheStreamsOwnFormat) {
   wanted.append(wanted, 5760, 6);
   CommitFrame(1, 0);
   CommitFrame(1, -5);
-  ASSERT_EQ((Lines{"RouteA-gen_0-O01-48000Hz-S24_3LE-2ch.pcm"}), Files());
-  EXPECT_EQ(wanted, Read("RouteA-gen_0-O01-48000Hz-S24_3LE-2ch.pcm"));
+  ASSERT_EQ((Lines{"RouteA-src_0-O01-48000Hz-S24_3LE-2ch.pcm"}), Files());
+  EXPECT_EQ(wanted, Read("RouteA-src_0-O01-48000Hz-S24_3LE-2ch.pcm"));
 }
 
 TEST_F(Commits, OpenAFileForAnEmptyFrameToo) {
@@ -129,7 +101,7 @@ TEST_F(Commits, OpenAFileForAnEmptyFrameToo) {
   Join(31, 0, zelk::BYTE, 1, 480);
   Join(0, 1);
   CommitFrame(0, 0);
-  EXPECT_EQ((Lines{FILE_0, "RouteA-gen_0-O31-48000Hz-BYTE-1ch.pcm"}), Files());
+  EXPECT_EQ((Lines{FILE_0, "RouteA-src_0-O31-48000Hz-BYTE-1ch.pcm"}), Files());
   EXPECT_EQ("", Read(FILE_0));
 }
 
@@ -138,7 +110,7 @@ TEST_F(Commits, ReportADumpThatCannotBeOpenedEveryTime) {
   Join(0, 0);
   CommitFrame(0, 480);
   CommitFrame(0, 480);
-  const std::string line = "D src/Block CommitFrame: RouteA: gen_0: Unable to open " + folder +
+  const std::string line = "D src/Block CommitFrame: RouteA: src_0: Unable to open " + folder +
                            "missing/" + FILE_0 + " to dump data";
   EXPECT_EQ((Lines{line, line}), TakeTrace());
   EXPECT_EQ(480, sink->In(0)->validSamples);
@@ -166,7 +138,7 @@ TEST_F(Commits, KeepTheFileUntilItIsClosedAndThenStartItAnew) {
   Join(0, 0);
   source->CloseDump();
   CommitFrame(0, 3);
-  EXPECT_EQ((Lines{"RouteA-gen_0-O00-48000Hz-S16_LE-1ch.pcm", FILE_0}), Files());
+  EXPECT_EQ((Lines{"RouteA-src_0-O00-48000Hz-S16_LE-1ch.pcm", FILE_0}), Files());
   EXPECT_EQ(12u, Read(FILE_0).size());
 }
 
@@ -208,8 +180,8 @@ TEST_F(Commits, NeverDumpBytesFromOutsideTheBuffer) {
   CommitFrame(0, 4);
   source->CloseDump();
   CommitFrame(0, 4);
-  EXPECT_EQ((Lines{"RouteA-gen_0-O00-1Hz-?-4294967295ch.pcm",
-                   "RouteA-gen_0-O00-1Hz-FLOAT_LE-4294967295ch.pcm", FILE_0}),
+  EXPECT_EQ((Lines{"RouteA-src_0-O00-1Hz-?-4294967295ch.pcm",
+                   "RouteA-src_0-O00-1Hz-FLOAT_LE-4294967295ch.pcm", FILE_0}),
             Files());
 }
 

@@ -151,28 +151,4 @@ TEST(ConsoleStart, HandsNoDescriptorToProgramsThatTheHostExecutes) {
   EXPECT_EQ("No route\nNo fifo\n", ConsoleClient().Ask("status"));
 }
 
-TEST(ConsoleStart, FailsAloneWhenThePathIsTaken) {
-  ASSERT_EQ(0, mkdir(SOCKET_PATH, 0700));
-  int ends[2];
-  ASSERT_EQ(0, pipe(ends));
-  {
-    Host host([&] {
-      TraceConsole(true);
-      MirrorTrace(ends[1]);
-      if (Zelk::Instance()->NewRoute("RouteA", nullptr) == nullptr) _exit(1);
-    });
-    close(ends[1]);
-  }
-  std::string trace;
-  char piece[4096];
-  for (ssize_t n; (n = read(ends[0], piece, sizeof piece)) > 0;)
-    trace.append(piece, static_cast<std::size_t>(n));
-  close(ends[0]);
-  EXPECT_NE(std::string::npos,
-            trace.find("E src/Zelk DebugThreadLoop: Failed to bind, can't listen to vosh -1\n"));
-  EXPECT_NE(std::string::npos, trace.find("I src/Zelk NewRoute: Created RouteA\n"));
-  EXPECT_EQ(std::string::npos, trace.find("vosh ..."));
-  EXPECT_EQ(0, rmdir(SOCKET_PATH));
-}
-
 }  // namespace

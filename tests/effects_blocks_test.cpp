@@ -19,20 +19,20 @@ class EffectsBlocks : public test::RouteFixture {
   static void SetUpTestSuite() { setenv("LV2_PATH", TEST_LV2_PATH, 1); }
 
   /// What an effect makes of `input`; and how the route ended.
-  Floats Through(const std::string& block, const Words& args, const Floats& input,
-                 unsigned int inChannels = 1, unsigned int outChannels = 1,
-                 const std::string& tailSeconds = "10") {
-    test::WriteFloats(directory / "in.wav", input, static_cast<int>(inChannels));
-    Block* const source = Source("filesrc", {directory / "in.wav"});
-    Block* const effect = Middle(block, args);
-    Block* const sink = Sink("filesink", {directory / "out.wav", "wavf"});
+  Floats Through(const Words& words, const Floats& input, unsigned int inChannels = 1,
+                 unsigned int outChannels = 1, const std::string& tailSeconds = "10") {
+    test::WriteWav(directory / "in.wav", input, static_cast<int>(inChannels));
+    Block* const source = Source({"filesrc", directory / "in.wav"});
+    Block* const effect = New(words);
+    Block* const sink = Sink({"filesink", directory / "out.wav", "wavf"});
     EXPECT_NE(nullptr, effect);
-    EXPECT_TRUE(Link(source, effect, inChannels) && Link(effect, sink, outChannels));
+    EXPECT_TRUE(Link(source, effect, {FLOAT_LE, inChannels}) &&
+                Link(effect, sink, {FLOAT_LE, outChannels}));
     EXPECT_EQ(0, route->SetParameter(effect, 1, {tailSeconds}));
     EXPECT_EQ(Route::END_OF_FILE, Run());
     faults = Parameter(effect, 2);
     EXPECT_EQ(0, route->DeleteAll());
-    return test::ReadFloats(directory / "out.wav");
+    return test::ReadWav<float>(directory / "out.wav");
   }
 
   Words faults;
@@ -46,44 +46,43 @@ Floats Times(Floats samples, float gain) {
 
 TEST_F(EffectsBlocks, LadspaControlsGoByNameOrNumberAndAddNoSamples) {
   const Floats noise = test::Noise(1000);
-  EXPECT_EQ(Times(noise, 0.5F), Through("ladspa", {"amp", "amp_mono", "Gain=0.5"}, noise));
-  EXPECT_EQ(Times(noise, 2), Through("ladspa", {"amp.so", "amp_mono", "0=2"}, noise));
+  EXPECT_EQ(Times(noise, 0.5F), Through({"ladspa", "amp", "amp_mono", "Gain=0.5"}, noise));
+  EXPECT_EQ(Times(noise, 2), Through({"ladspa", "amp.so", "amp_mono", "0=2"}, noise));
   // One instance for each channel, or for each pair.
   const Floats six = test::Noise(6 * 701);
-  EXPECT_EQ(Times(six, 0.25F), Through("ladspa", {"amp", "amp_mono", "Gain=0.25"}, six, 6, 6));
-  EXPECT_EQ(Times(six, 0.25F), Through("ladspa", {"amp", "amp_stereo", "Gain=0.25"}, six, 6, 6));
+  EXPECT_EQ(Times(six, 0.25F), Through({"ladspa", "amp", "amp_mono", "Gain=0.25"}, six, 6, 6));
+  EXPECT_EQ(Times(six, 0.25F), Through({"ladspa", "amp", "amp_stereo", "Gain=0.25"}, six, 6, 6));
 }
 
 TEST_F(EffectsBlocks, ATailReachesTheSinkUpToItsLastAudibleSample) {
   const Floats noise = test::Noise(1003);
-  const Words delay = {"delay", "delay_5s", "Delay_(Seconds)=0.5", "Dry/Wet_Balance=1"};
+  const Words delay = {"ladspa", "delay", "delay_5s", "Delay_(Seconds)=0.5", "Dry/Wet_Balance=1"};
   Floats delayed(24000, 0.0F);
   delayed.insert(delayed.end(), noise.begin(), noise.end());
-  EXPECT_EQ(delayed, Through("ladspa", delay, noise));
+  EXPECT_EQ(delayed, Through(delay, noise));
   // No longer than asked for, and not at all with 0.
   EXPECT_EQ(Floats(delayed.begin(), delayed.end() - 503),
-            Through("ladspa", delay, noise, 1, 1, "0.489520833333"));
-  EXPECT_EQ(Floats(1003, 0.0F), Through("ladspa", delay, noise, 1, 1, "0"));
+            Through(delay, noise, 1, 1, "0.489520833333"));
+  EXPECT_EQ(Floats(1003, 0.0F), Through(delay, noise, 1, 1, "0"));
 }
 
 TEST_F(EffectsBlocks, ATailHasATailInTheNextEffect) {
   const Floats noise = test::Noise(777);
-  test::WriteFloats(directory / "in.wav", noise);
-  const Words delay = {"delay", "delay_5s", "0=0.5", "1=1"};
-  Block* const blocks[] = {Source("filesrc", {directory / "in.wav"}), Middle("ladspa", delay),
-                           Middle("ladspa", delay),
-                           Sink("filesink", {directory / "out.wav", "wavf"})};
+  test::WriteWav(directory / "in.wav", noise);
+  const Words delay = {"ladspa", "delay", "delay_5s", "0=0.5", "1=1"};
+  Block* const blocks[] = {Source({"filesrc", directory / "in.wav"}), New(delay), New(delay),
+                           Sink({"filesink", directory / "out.wav", "wavf"})};
   for (int i = 0; i < 3; ++i)
-    ASSERT_TRUE(Link(blocks[i], blocks[i + 1], 1, FLOAT_BE, 48000, 333));
+    ASSERT_TRUE(Link(blocks[i], blocks[i + 1], {FLOAT_BE, 1, 48000, 333}));
   EXPECT_EQ(Route::END_OF_FILE, Run());
   Floats expected(48000, 0.0F);
   expected.insert(expected.end(), noise.begin(), noise.end());
-  EXPECT_EQ(expected, test::ReadFloats(directory / "out.wav"));
+  EXPECT_EQ(expected, test::ReadWav<float>(directory / "out.wav"));
 }
 
 TEST_F(EffectsBlocks, AnLv2EchoIsWhatTheEffectItselfComputes) {
   const Floats noise = test::Noise(5000);
-  const Floats out = Through("lv2", {ECHO, "fx_mix=0.5", "feedback=0.5"}, noise, 1, 2);
+  const Floats out = Through({"lv2", ECHO, "fx_mix=0.5", "feedback=0.5"}, noise, 1, 2);
 
   LilvWorld* world = lilv_world_new();
   lilv_world_load_all(world);
@@ -124,23 +123,23 @@ TEST_F(EffectsBlocks, AnLv2EffectGetsEveryFeatureThatItRequires) {
   Floats expected = Times(noise, 3);
   // The worker's answer comes after the first run.
   std::copy_n(noise.begin(), 480, expected.begin());
-  EXPECT_EQ(expected, Through("lv2", {"urn:zelk:probe", "gain=3.2"}, noise));
+  EXPECT_EQ(expected, Through({"lv2", "urn:zelk:probe", "gain=3.2"}, noise));
   std::fill(expected.begin() + 480, expected.end(), 0.0F);
   for (std::size_t i = 480; i < 3000; ++i)
     expected[i] = noise[i] * 4;  // clamped
-  EXPECT_EQ(expected, Through("lv2", {"urn:zelk:probe", "2=100"}, noise));
+  EXPECT_EQ(expected, Through({"lv2", "urn:zelk:probe", "2=100"}, noise));
 }
 
 TEST_F(EffectsBlocks, WhatIsNotANumberBecomesSilence) {
   EXPECT_EQ(Floats(960, 0.0F),
-            Through("lv2", {"urn:zelk:probe", "fault=1"}, test::Noise(960), 1, 1, "0"));
+            Through({"lv2", "urn:zelk:probe", "fault=1"}, test::Noise(960), 1, 1, "0"));
   EXPECT_EQ(Words{"2"}, faults);
 }
 
 TEST_F(EffectsBlocks, ALiveChangeOfAControlDoesNotClick) {
-  Block* const source = Source("siggen", {"impulse", "48000", "0"});
-  Block* const effect = Middle("ladspa", {"amp", "amp_mono", "Gain=1"});
-  Block* const sink = Sink("filesink", {directory / "out.wav", "wavf"});
+  Block* const source = Source({"siggen", "impulse", "48000", "0"});
+  Block* const effect = New({"ladspa", "amp", "amp_mono", "Gain=1"});
+  Block* const sink = Sink({"filesink", directory / "out.wav", "wavf"});
   ASSERT_TRUE(Link(source, effect) && Link(effect, sink));
   ASSERT_EQ(0, route->Start());
   EXPECT_EQ(0, route->SetParameter(effect, 10, {"0"}));
@@ -151,42 +150,28 @@ TEST_F(EffectsBlocks, ALiveChangeOfAControlDoesNotClick) {
   ASSERT_EQ(3U, list.size());
   EXPECT_EQ("1 tail s 0 600 10 10", list[0]);
   EXPECT_EQ("10 Gain - 0 1e+06 1 0", list[2]);
-  for (int i = 0; i < 10; ++i)
-    Parameter(source, 1);  // served between two frames
+  LetFramesPass(source);
   ASSERT_EQ(0, route->Stop());
-  const Floats out = test::ReadFloats(directory / "out.wav");
-  float step = 0;
-  for (std::size_t i = 1; i < out.size(); ++i)
-    step = std::max(step, std::fabs(out[i] - out[i - 1]));
+  const Floats out = test::ReadWav<float>(directory / "out.wav");
   EXPECT_EQ(1.0F, out.front());
   EXPECT_EQ(0.0F, out.back());
-  EXPECT_LT(step, 0.02F);
+  EXPECT_LT(test::LargestStep(out), 0.02F);
 }
 
 TEST_F(EffectsBlocks, WhatDoesNotFitIsRefused) {
-  for (const Words& words : std::vector<Words>{{},
-                                               {"amp"},
-                                               {"amp", "no_such_label"},
-                                               {"no_such_file", "amp_mono"},
-                                               {"amp", "amp_mono", "Gain"},
-                                               {"amp", "amp_mono", "Gain=loud"},
-                                               {"amp", "amp_mono", "1=1"},
-                                               {"noise", "noise_white"}})
-    EXPECT_EQ(nullptr, Middle("ladspa", words)) << testing::PrintToString(words);
-  for (const Words& words : std::vector<Words>{{},
-                                               {"urn:zelk:unknown"},
-                                               {"not a URI"},
-                                               {"urn:zelk:demanding"},
-                                               {ECHO, "left_in=1"},
-                                               {ECHO, "fx_mix=inf"}})
-    EXPECT_EQ(nullptr, Middle("lv2", words)) << testing::PrintToString(words);
+  ExpectNoBlocks(
+      {"ladspa", "ladspa amp", "ladspa amp no_such_label", "ladspa no_such_file amp_mono",
+       "ladspa amp amp_mono Gain", "ladspa amp amp_mono Gain=loud", "ladspa amp amp_mono 1=1",
+       "ladspa noise noise_white", "lv2", "lv2 urn:zelk:unknown", "lv2 urn:zelk:demanding",
+       "lv2 " + ECHO + " left_in=1", "lv2 " + ECHO + " fx_mix=inf"});
+  EXPECT_EQ(nullptr, New({"lv2", "not a URI"}));
 
-  Block* const source = Source("siggen", {"silence"});
-  Block* const stereo = Middle("ladspa", {"amp", "amp_stereo"});
-  Block* const sink = Sink("filesink", {directory / "out.wav"});
-  ASSERT_TRUE(Link(source, stereo, 3));
-  EXPECT_FALSE(Link(stereo, sink, 3));
-  EXPECT_FALSE(Link(stereo, sink, 2));
+  Block* const source = Source({"siggen", "silence"});
+  Block* const stereo = New({"ladspa", "amp", "amp_stereo"});
+  Block* const sink = Sink({"filesink", directory / "out.wav"});
+  ASSERT_TRUE(Link(source, stereo, {FLOAT_LE, 3}));
+  EXPECT_FALSE(Link(stereo, sink, {FLOAT_LE, 3}));
+  EXPECT_FALSE(Link(stereo, sink, {FLOAT_LE, 2}));
 }
 
 }  // namespace

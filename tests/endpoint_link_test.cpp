@@ -128,18 +128,6 @@ TEST_F(Links, ASinkThatRefusesUndoesTheSource) {
   }
 }
 
-TEST_F(Links, ABlockThatCountsThePortAsLinkedRefusesIt) {
-  source->BaseOnOutEpLinked(3);
-  TakeTrace();
-  EXPECT_EQ(-20, NewLink(zelk::S16_LE, 2, 480)->Connect(out, in));
-  EXPECT_EQ((Lines{"E src/Block BaseOnOutEpLinked: RouteA: src_0: Output endpoint 3 existed",
-                   "E src/Link Connect: RouteA: lnk_0: Failed to link to src_0's O03",
-                   "I src/Link ~Link: RouteA: lnk_0: Deleted"}),
-            TakeTrace());
-  EXPECT_FALSE(out->IsActive());
-  EXPECT_EQ(1u, source->ActiveOutEps().size());
-}
-
 TEST_F(Links, ConnectRefusesSizesThatNoBufferCanHave) {
   const long max = std::numeric_limits<long>::max();
   const struct {

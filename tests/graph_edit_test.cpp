@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 
 #include "support/RouteTest.h"
+#include "support/TemporaryDirectory.h"
 
 namespace {
 
@@ -152,27 +152,10 @@ TEST_F(GraphEdit, ParametersAndResetsReachTheBlockAndBringItsResultBack) {
             TakeTrace("EI"));
 }
 
-TEST_F(GraphEdit, ParametersAndResetsOfABlockOfAnotherRouteAreRefused) {
-  auto* other = zelk::Zelk::Instance()->NewRoute("RouteB", nullptr);
-  auto* foreign = other->NewBlock("libscripted.so", true, false, {"b"});
-  std::vector<std::string> texts;
-  TakeTrace();
-  EXPECT_EQ(-20, route->SetParameter(foreign, 1, {}));
-  EXPECT_EQ(-20, route->GetParameter(foreign, 1, texts));
-  EXPECT_EQ(-20, route->Reset(foreign));
-  const auto trace = TakeTrace("E");
-  ASSERT_EQ(3u, trace.size());
-  EXPECT_EQ(Record("E SetParam_l: RouteA: Block ") + PointerText(foreign) + " doesn't exist",
-            trace[0]);
-  EXPECT_EQ(Record("E GetParam_l: RouteA: Block scripted_0 doesn't exist"), trace[1]);
-  EXPECT_NE(std::string::npos, trace[2].find(": RouteA: Block scripted_0 doesn't exist"));
-  EXPECT_TRUE(texts.empty());
-  zelk::Zelk::Instance()->DeleteRoute(other);
-}
-
 TEST_F(GraphEdit, DumpsAreSwitchedOnSuspendedAndClosed) {
-  std::string folder = ::testing::TempDir() + "zelk-graph-XXXXXX";
-  ASSERT_NE(nullptr, mkdtemp(folder.data()));
+  const TemporaryDirectory directory;
+  const std::string folder = directory / "deeper";
+  fs::create_directory(folder);
   const std::string file = folder + "/RouteA-scripted_0-O00-48000Hz-S16_LE-2ch.pcm";
   const auto oneFrame = [](ScriptedBlock* b) {
     b->Out(0)->validSamples = 1;
@@ -201,7 +184,6 @@ TEST_F(GraphEdit, DumpsAreSwitchedOnSuspendedAndClosed) {
   Run();
   route->SetDump(nullptr);
   EXPECT_EQ(4u, fs::file_size(file));
-  fs::remove_all(folder);
 }
 
 }  // namespace

@@ -26,22 +26,13 @@ std::string Graph(const std::string& file, const std::string& seconds) {
 
 class ZelkHost : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = "/tmp/zelk_host.XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(name.data()));
-    folder = name;
-    wave = folder + "/tone.wav";
-  }
-  void TearDown() override {
-    std::filesystem::remove_all(folder);
-    EXPECT_FALSE(std::filesystem::exists(vosh::kSocketPath));
-  }
+  void TearDown() override { EXPECT_FALSE(std::filesystem::exists(vosh::kSocketPath)); }
 
   Program Start(const std::string& script, std::vector<std::string> options) {
-    WriteFile(folder + "/graph.vosh", script);
+    WriteFile(folder / "graph.vosh", script);
     options.insert(options.begin(), ZELK_HOST_PROGRAM);
-    options.push_back(folder + "/graph.vosh");
-    return Program(folder, options);
+    options.push_back(folder / "graph.vosh");
+    return Program(folder.path, options);
   }
 
   int Run(const std::string& script, std::vector<std::string> options = {"-u", "-q", "-s"}) {
@@ -74,8 +65,8 @@ class ZelkHost : public testing::Test {
     EXPECT_EQ(bytes.size() - 44, counted);
   }
 
-  std::string folder;
-  std::string wave;
+  test::TemporaryDirectory folder;
+  const std::string wave = folder / "tone.wav";
   std::string out;
   std::string err;
 };
@@ -101,7 +92,7 @@ TEST_F(ZelkHost, TellsOfFailedFramesAndBrokenRoutes) {
 TEST_F(ZelkHost, AFailingScriptEndsIt) {
   EXPECT_EQ(1, Run("newroute RouteA\nnewroute RouteA # again\nnewroute RouteB\n", {}));
   EXPECT_EQ("Created RouteA\n", out);
-  EXPECT_NE(std::string::npos, err.find(folder + "/graph.vosh:2: newroute RouteA: Failed to "
+  EXPECT_NE(std::string::npos, err.find(folder / "graph.vosh:2: newroute RouteA: Failed to "
                                                  "create route\n"));
 }
 
@@ -109,29 +100,23 @@ TEST_F(ZelkHost, ASignalEndsItWithItsFilesClosed) {
   // As scripts start what they put into the background.
   const auto before = std::signal(SIGINT, SIG_IGN);
   for (const int signal : {SIGTERM, SIGINT}) {
-    Program host = Start(Graph(wave, "0"), {"-q"});
-    AwaitFrames(10);
-    kill(host.Pid(), signal);
-    EXPECT_EQ(0, host.Wait());
-    ExpectClosedWave();
+    for (const char* rest : {"", "wait RouteA\n"}) {
+      Program host = Start(Graph(wave, "0") + rest, {"-u"});
+      AwaitFrames(10);
+      kill(host.Pid(), signal);
+      EXPECT_EQ(0, host.Wait());
+      EXPECT_NE(std::string::npos, host.Out().find("Started RouteA\n"));
+      ExpectClosedWave();
+    }
   }
   std::signal(SIGINT, before);
-}
-
-TEST_F(ZelkHost, ASignalEndsAScriptThatWaits) {
-  Program host = Start(Graph(wave, "0") + "wait RouteA\n", {"-u"});
-  AwaitFrames(10);
-  kill(host.Pid(), SIGTERM);
-  EXPECT_EQ(0, host.Wait());
-  EXPECT_NE(std::string::npos, host.Out().find("Started RouteA\n"));
-  ExpectClosedWave();
 }
 
 TEST_F(ZelkHost, LeavesAnotherHostItsConsole) {
   Program first = Start(Graph(wave, "0"), {"-q"});
   AwaitFrames(1);
-  std::filesystem::create_directory(folder + "/second");
-  Program second(folder + "/second", {ZELK_HOST_PROGRAM});
+  std::filesystem::create_directory(folder / "second");
+  Program second(folder / "second", {ZELK_HOST_PROGRAM});
   EXPECT_EQ(2, second.Wait());
   EXPECT_EQ("zelk-host: another host serves the console at /tmp/voshsock\n", second.Err());
   AwaitFrames(1);

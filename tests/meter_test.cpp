@@ -1,5 +1,5 @@
 // The meter against the closed-form cases that the standard's own test set is made of.
-#include "support/Memory.h"
+#include "support/Graph.h"
 
 #include <climits>
 #include <cmath>
@@ -9,8 +9,8 @@
 namespace {
 
 using namespace zelk;
+using test::Floats;
 using test::Memory;
-using Floats = std::vector<float>;
 
 enum Id : unsigned int { MOMENTARY = 1, SHORT_TERM, INTEGRATED, RANGE, TRUE_PEAK };
 
@@ -53,8 +53,7 @@ TEST_F(Meter, AStereoSineReadsItsLevelAndPassesAsItIs) {
   EXPECT_NEAR(0, Parameter(meter, RANGE), 0.1);
   EXPECT_NEAR(-23, Parameter(meter, TRUE_PEAK), 0.2);
   EXPECT_EQ(-20, route->SetParameter(meter, INTEGRATED, {"0"}));
-  Words list;
-  EXPECT_EQ(0, route->GetParameter(meter, 0, list));
+  const Words list = RouteFixture::Parameter(meter, 0);
   ASSERT_EQ(5U, list.size());
   EXPECT_EQ(0U, list[2].find("3 integrated LUFS -144 60 -144 -2"));
 

@@ -55,30 +55,16 @@ TEST_F(Plugins, ARequestForABlockIsLoggedWithItsArguments) {
 }
 
 TEST_F(Plugins, FilesThatAreNoPluginsAreRefusedWithTheReason) {
-  const std::string invalid = "Invalid so file name";
-  const struct {
-    const char* file;
-    std::string error;
-  } cases[] = {
-      {"", invalid},
-      {"gain", invalid},
-      {".so", invalid},
-      {"so", invalid},
-      {"lib.so", invalid},
-      {"lib.dylib", invalid},
-      {".dylib", invalid},
-      {"x.dyl", invalid},
-      {"scripted.SO", invalid},
-      {"scripted_so", invalid},
-      {"missing.so", "Can't open missing.so"},
-      {"missing.dylib", "Can't open missing.dylib"},
-      {"%n%s.so", "Can't open %n%s.so"},
-      {"nocreate.so", "Can't find 'CreateBlock' function in nocreate.so"},
+  const auto refuse = [this](const std::string& file, const std::string& error) {
+    EXPECT_EQ(nullptr, New("b", true, true, file.c_str())) << file;
+    EXPECT_EQ((Lines{Record("E NewBlock_l: RouteA: " + error)}), TakeTrace("E")) << file;
   };
-  for (const auto& c : cases) {
-    EXPECT_EQ(nullptr, New("b", true, true, c.file)) << c.file;
-    EXPECT_EQ((Lines{Record("E NewBlock_l: RouteA: " + c.error)}), TakeTrace("E")) << c.file;
-  }
+  for (const char* file : {"", "gain", ".so", "so", "lib.so", "lib.dylib", ".dylib", "x.dyl",
+                           "scripted.SO", "scripted_so"})
+    refuse(file, "Invalid so file name");
+  for (const std::string file : {"missing.so", "missing.dylib", "%n%s.so"})
+    refuse(file, "Can't open " + file);
+  refuse("nocreate.so", "Can't find 'CreateBlock' function in nocreate.so");
   EXPECT_FALSE(IsLoaded(PathOf("nocreate.so").c_str()));
 }
 

@@ -1,27 +1,19 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <zelk/Profile.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
+
+#include "support/TemporaryDirectory.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using std::string_literals::operator""s;
 
 class Profile : public testing::Test {
  protected:
-  Profile() {
-    std::string pattern = fs::temp_directory_path() / "profile.XXXXXX";
-    directory = mkdtemp(pattern.data());
-  }
-  ~Profile() override { fs::remove_all(directory); }
-
   // The value, "(kept)" where the buffer was left as it was, "(-1)" for a failure that left it so.
   std::string Get(const std::string& text, const char* key, const char* section = "config") {
-    std::ofstream(directory / "file", std::ios::binary) << text;
+    test::WriteFile(directory / "file", text);
     char value[256] = "(kept)";
     const int result = GetProfileString((directory / "file").c_str(), section, key, value);
     if (result == 0) return value;
@@ -30,7 +22,7 @@ class Profile : public testing::Test {
     return "(-1)";
   }
 
-  fs::path directory;
+  test::TemporaryDirectory directory;
 };
 
 TEST_F(Profile, TrimsTheValueButKeepsWhatHasNothingElse) {
@@ -84,7 +76,7 @@ TEST_F(Profile, RefusesWhatItCannotReadOrHold) {
   EXPECT_EQ(Get("[" + name30 + "]\nkey=1\n", "key", name30.c_str()), "(-1)");
 
   char value[256] = "(kept)";
-  EXPECT_EQ(GetProfileString(directory.c_str(), "config", "key", value), -1);
+  EXPECT_EQ(GetProfileString(directory.path.c_str(), "config", "key", value), -1);
   EXPECT_EQ(GetProfileString((directory / "none").c_str(), "config", "key", value), -1);
   EXPECT_EQ(GetProfileString(nullptr, "config", "key", value), -1);
   EXPECT_EQ(GetProfileString("/dev/null", nullptr, "key", value), -1);

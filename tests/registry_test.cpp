@@ -82,17 +82,4 @@ TEST_F(RegistryTest, FifosTakeTheLowestFreeNumber) {
     zelk->DeleteFIFO(fifo);
 }
 
-TEST_F(RegistryTest, ANewFifoHoldsItsPrefillAndTheArgumentsInTheirOrder) {
-  auto* fifo = zelk->NewFIFO(1000000, 2, 8, 3);
-  const unsigned char in[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
-  EXPECT_EQ(0, fifo->Consume(in, 5, false, 70));  // 3 + 5: full, nothing lost
-  unsigned char out[16];
-  long long time = -5;
-  EXPECT_EQ(0, fifo->Produce(out, 8, false, &time));
-  EXPECT_EQ((std::vector<int>{0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}),
-            std::vector<int>(out, out + 16));
-  EXPECT_EQ(-1, time);  // the prefill never got one
-  zelk->DeleteFIFO(fifo);
-}
-
 }  // namespace

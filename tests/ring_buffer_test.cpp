@@ -1,34 +1,17 @@
 #include "RingBuffer/RingBuffer.h"
 
 #include <gtest/gtest.h>
-#include <vantrel.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
-#include <mutex>
 #include <numeric>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
-static std::mutex recordsMutex;
-static std::vector<std::string> records;
-
-// Takes the logging library's place for this process.
-extern "C" void vantrel_print(int, int, int, char level, const char* file, int,
-                              const char* function, const void*, const char* format, ...) {
-  char message[256];
-  va_list args;
-  va_start(args, format);
-  std::vsnprintf(message, sizeof message, format, args);
-  va_end(args);
-  std::lock_guard lock(recordsMutex);
-  records.push_back(std::string() + level + " " + file + " " + function + " " + message);
-}
+#include "support/LogRecorder.h"
 
 namespace {
 
@@ -39,7 +22,7 @@ struct Named : RingBuffer {
   Named(unsigned int rate, long capacity, long held)
       : RingBuffer(rate, sizeof(std::int32_t), capacity, held) {
     name = "fifo_3";
-    records.clear();
+    test::TakeTrace();
   }
 
   int Put(const Ints& values, bool block = false, long long time = 0) {
@@ -87,8 +70,9 @@ TEST(RingBuffer, StartsAndRestartsWithItsPrefillOfZeros) {
 TEST(RingBuffer, OverwriteKeepsTheNewestHalf) {
   Named ring(0, 1024, 0);
   EXPECT_EQ(ring.Put(Numbers(1500)), 0);
-  EXPECT_EQ(records, std::vector<std::string>{"V src/RingBuffer OverWrite fifo_3: Ring buffer is "
-                                              "full, overwrite 476 samples"});
+  EXPECT_EQ(test::TakeTrace(),
+            std::vector<std::string>{"V src/RingBuffer OverWrite: fifo_3: Ring buffer is "
+                                     "full, overwrite 476 samples"});
   EXPECT_EQ(ring.Fill(), 512);
   EXPECT_EQ(ring.Get(512), Numbers(512, 989));
 
@@ -107,8 +91,9 @@ TEST(RingBuffer, FillsWhatIsMissingWithSilence) {
   long long time = 5;
   EXPECT_EQ(ring.Get(5, &time), (Ints{1, 2, 0, 0, 0}));
   EXPECT_EQ(time, 70);
-  EXPECT_EQ(records, std::vector<std::string>{"V src/RingBuffer Produce fifo_3: Not enough data in "
-                                              "ring buffer, filling 3 samples silence"});
+  EXPECT_EQ(test::TakeTrace(),
+            std::vector<std::string>{"V src/RingBuffer Produce: fifo_3: Not enough data in "
+                                     "ring buffer, filling 3 samples silence"});
   EXPECT_EQ(ring.Get(1, &time), Ints{0});
   EXPECT_EQ(time, 70);
 }
@@ -213,7 +198,7 @@ TEST(RingBuffer, RefusesEverythingOnceShutDown) {
   EXPECT_EQ(ring.OverWrite(dst, 0, 0, 0), -20);
   EXPECT_EQ(values, Ints(4, 99));
   EXPECT_EQ(time, 5);
-  EXPECT_TRUE(records.empty());
+  EXPECT_TRUE(test::TakeTrace().empty());
 }
 
 TEST(RingBuffer, WakesABlockedReaderAndABlockedWriterAtShutdown) {

@@ -1,7 +1,6 @@
 // tee, mixer and pace: every sample arrives, at its place, once.
 #include "common/SampleClock.h"
-#include "support/Memory.h"
-#include "support/WavFiles.h"
+#include "support/Graph.h"
 
 #include <algorithm>
 #include <chrono>
@@ -12,9 +11,9 @@
 namespace {
 
 using namespace zelk;
+using test::Floats;
 using test::Memory;
-using Floats = std::vector<float>;
-using Shorts = std::vector<short>;
+using test::Shorts;
 
 class RoutingBlocks : public test::Graph {};
 
@@ -33,13 +32,6 @@ Floats Sum(const std::vector<Floats>& inputs) {
       sum[i] += input[i];
   }
   return sum;
-}
-
-float LargestStep(const Floats& samples) {
-  float step = 0;
-  for (std::size_t i = 1; i < samples.size(); ++i)
-    step = std::max(step, std::fabs(samples[i] - samples[i - 1]));
-  return step;
 }
 
 TEST_F(RoutingBlocks, ATeeGivesEveryOutputAllSamplesInItsOwnFormat) {
@@ -174,8 +166,7 @@ TEST_F(RoutingBlocks, LevelsAndMutesOfAMixerMoveWithoutAClick) {
   ASSERT_TRUE(Join(mixer, 0, Sink(sink), 0));
   EXPECT_EQ(-20, route->SetParameter(mixer, 132, {"0"}));
   EXPECT_EQ(-20, route->SetParameter(mixer, 100, {"61"}));
-  Words list;
-  EXPECT_EQ(0, route->GetParameter(mixer, 0, list));
+  const Words list = RouteFixture::Parameter(mixer, 0);
   EXPECT_EQ(65U, list.size());
   EXPECT_EQ("1 master dB -144 60 -6.0206 -6.0206", list[0]);
   EXPECT_EQ("131 gain31 dB -144 60 0 0", list[63]);
@@ -187,7 +178,7 @@ TEST_F(RoutingBlocks, LevelsAndMutesOfAMixerMoveWithoutAClick) {
   EXPECT_NEAR(0.3, out[12000], 1e-6);
   EXPECT_NEAR(0.05, out[17000], 1e-6);
   EXPECT_NEAR(0.05, out[47999], 1e-6);
-  EXPECT_LT(LargestStep(out), 0.0005F);  // 0.45 in 960 samples
+  EXPECT_LT(test::LargestStep(out), 0.0005F);  // 0.45 in 960 samples
 }
 
 TEST_F(RoutingBlocks, IntegersAreMixedExactlyAndClip) {
@@ -252,66 +243,9 @@ TEST_F(RoutingBlocks, DescriptorsThatLieLeadNoBlockBeyondItsBuffers) {
   }
 }
 
-TEST_F(RoutingBlocks, AFileRepeatsWithoutAGapAndIsEnteredAtAnyPlace) {
-  test::TemporaryDirectory directory;
-  test::WriteWav(directory / "in.wav", test::Counting(250));
-  Block* const source = route->NewBlock("filesrc.so", true, false, {directory / "in.wav"});
-  Block* const gate = New({"tee"});
-  Memory heard;
-  Block* const sink = route->NewBlock("filesink.so", false, true, {directory / "out.wav"});
-  ASSERT_TRUE(Join(source, 0, gate, 0, {S16_LE, 1, 48000, 100}));
-  ASSERT_TRUE(Join(gate, 0, sink, 0, {S16_LE, 1, 48000, 100}));
-  ASSERT_TRUE(Join(gate, 1, Sink(heard), 0, {S16_LE, 1, 48000, 100}));
-  heard.before = [&](std::size_t frames, FrameBuffer&) {
-    if (frames == 7) source->SetParameter(1, {"0"});
-  };
-  EXPECT_EQ(0, route->SetParameter(source, 1, {"1"}));
-  EXPECT_EQ(0, route->SetParameter(source, 2, {"0.001"}));
-  EXPECT_EQ(-20, route->SetParameter(source, 2, {"0.0053"}));  // the file is 250 samples long
-  EXPECT_EQ(Route::END_OF_FILE, Run(true));
-  Shorts expected = test::Counting(250);
-  expected.erase(expected.begin(), expected.begin() + 48);
-  for (int i = 0; i < 3; ++i)
-    for (short n = 1; n <= 250; ++n)
-      expected.push_back(n);
-  expected.resize(202 + 2 * 250);
-  EXPECT_EQ(expected, heard.As<short>());
-  EXPECT_EQ(expected, test::ReadShorts(directory / "out.wav"));
-  EXPECT_DOUBLE_EQ(250 / 48000.0, Parameter(source, 3));
-  EXPECT_DOUBLE_EQ(702 / 48000.0, Parameter(sink, 1));
-}
-
-TEST_F(RoutingBlocks, AJumpInARunningFileIsACrossfade) {
-  test::TemporaryDirectory directory;
-  Shorts low(9600, -10000);
-  std::fill(low.begin() + 4800, low.end(), short{10000});
-  test::WriteWav(directory / "in.wav", low);
-  Block* const source = route->NewBlock("filesrc.so", true, false, {directory / "in.wav"});
-  Memory heard;
-  ASSERT_TRUE(Join(source, 0, Sink(heard), 0));
-  heard.before = [&](std::size_t frames, FrameBuffer&) {
-    if (frames == 2) {
-      EXPECT_EQ(0, source->SetParameter(2, {"0.15"}));
-    }
-  };
-  EXPECT_EQ(Route::END_OF_FILE, Run());
-  const Floats out = heard.As<float>();
-  EXPECT_EQ(960U + 2400, out.size());
-  EXPECT_NEAR(-0.305, out[959], 0.001);
-  EXPECT_NEAR(0.305, out[1920], 0.001);
-  EXPECT_LT(LargestStep(out), 0.001F);
-}
-
 TEST_F(RoutingBlocks, WordsThatDoNotFitMakeNoBlock) {
-  for (const Words& words : std::vector<Words>{{"tee", "1"},
-                                               {"pace", "x"},
-                                               {"meter", "x"},
-                                               {"mixer", "loud"},
-                                               {"mixer", "0", "0"},
-                                               {"convert", "undither"},
-                                               {"resample", "slow"},
-                                               {"resample", "hq", "hq"}})
-    EXPECT_EQ(nullptr, New(words)) << words[0];
+  ExpectNoBlocks({"tee 1", "pace x", "meter x", "mixer loud", "mixer 0 0", "convert undither",
+                  "resample slow", "resample hq hq"});
 }
 
 }  // namespace

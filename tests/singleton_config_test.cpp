@@ -165,4 +165,17 @@ TEST_F(Configuration, WhatIsLeftAtExitIsDeletedNewestFirstRoutesBeforeFifos) {
   EXPECT_EQ("ended well", trace.back());
 }
 
+TEST_F(Configuration, AConsoleWhosePathIsTakenFailsAlone) {
+  ASSERT_EQ(0, mkdir("/tmp/voshsock", 0700));
+  const auto trace = InChild([] {
+    TraceConsole(true);
+    EXPECT_NE(nullptr, zelk::Zelk::Instance()->NewRoute("RouteA", nullptr));
+    WaitFor("E src/Zelk DebugThreadLoop: Failed to bind, can't listen to vosh -1");
+    if (HasFailure()) _exit(1);
+  });
+  EXPECT_EQ("ended well", trace.back());
+  EXPECT_EQ((Lines{}), With(trace, "vosh ..."));
+  EXPECT_EQ(0, rmdir("/tmp/voshsock"));
+}
+
 }  // namespace

@@ -12,43 +12,33 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <map>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 
+#include "support/TemporaryDirectory.h"
+
 namespace {
 
 namespace fs = std::filesystem;
+using test::ReadFile;
 
 #define PRINT(level, ...) vantrel_print(0, 0, 0, level, "src/Here", 7, "Do", nullptr, __VA_ARGS__)
-
-std::string Contents(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 // Records go to a file of the test's own alone, at level 6.
 class Vantrel : public testing::Test {
  protected:
   Vantrel() {
-    std::string pattern = fs::temp_directory_path() / "vantrel.XXXXXX";
-    directory = mkdtemp(pattern.data());
-    log = directory / "log";
     vantrel_disable_options(3);
     vantrel_enable_options(16384);
     vantrel_set_level(6);
     EXPECT_EQ(vantrel_set_file(log.c_str()), 0);
   }
-  ~Vantrel() override {
-    vantrel_set_file(nullptr);
-    fs::remove_all(directory);
-  }
+  ~Vantrel() override { vantrel_set_file(nullptr); }
 
-  fs::path directory, log;
+  test::TemporaryDirectory directory;
+  const std::string log = directory / "log";
 };
 
 // Puts `descriptor` in the place of standard output while it lives.
@@ -78,7 +68,7 @@ TEST_F(Vantrel, LetsThroughWhatTheThresholdAllows) {
     for (char letter : {'E', 'W', 'I', 'D', 'V'})
       PRINT(letter, "is:%c", letter);
     std::string printed;
-    std::istringstream text(Contents(log));
+    std::istringstream text(ReadFile(log));
     for (std::string line; std::getline(text, line);)
       printed += line.back();
     EXPECT_EQ(printed, letters) << level;
@@ -92,7 +82,7 @@ TEST_F(Vantrel, PrintsTimeLevelAndMessageAndTheOriginWhenNotShort) {
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(vantrel_disable_options(16384) & 16384, 0);
   PRINT('I', "ended\n\n");
-  const std::string text = Contents(log);
+  const std::string text = ReadFile(log);
 
   std::smatch match;
   const std::regex expected(R"((\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)\.\d{6}Z W 100%d%n\nx and -5\n)"
@@ -132,7 +122,7 @@ TEST_F(Vantrel, ColoursOnATerminalOnly) {
     ASSERT_GT(read(terminal, shown, sizeof shown - 1), 0);
   }
   EXPECT_TRUE(std::regex_match(shown, std::regex("\033\\[31m.*Z E alarm\033\\[0m\r\n"))) << shown;
-  EXPECT_EQ(Contents(log).find('\033'), std::string::npos);
+  EXPECT_EQ(ReadFile(log).find('\033'), std::string::npos);
   close(user);
   close(terminal);
 }
@@ -162,19 +152,19 @@ TEST_F(Vantrel, OutlivesADeadReader) {
   pthread_sigmask(SIG_UNBLOCK, &pipeSignal, nullptr);
   std::signal(SIGPIPE, SIG_DFL);
   close(ends[1]);
-  EXPECT_NE(Contents(log).find("unheard too"), std::string::npos);
+  EXPECT_NE(ReadFile(log).find("unheard too"), std::string::npos);
 }
 
 TEST_F(Vantrel, KeepsTheEarlierFileWhenANewOneFailsAndAppendsWhenItReturns) {
   PRINT('I', "one");
-  EXPECT_LT(vantrel_set_file(directory.c_str()), 0);
-  EXPECT_LT(vantrel_set_file((directory / "none" / "log").c_str()), 0);
+  EXPECT_LT(vantrel_set_file(directory.path.c_str()), 0);
+  EXPECT_LT(vantrel_set_file((directory / "none/log").c_str()), 0);
   PRINT('I', "two");
   EXPECT_EQ(vantrel_set_file(nullptr), 0);
   PRINT('I', "nowhere");
   EXPECT_EQ(vantrel_set_file(log.c_str()), 0);
   PRINT('I', "three");
-  EXPECT_TRUE(std::regex_match(Contents(log), std::regex(".* one\n.* two\n.* three\n")));
+  EXPECT_TRUE(std::regex_match(ReadFile(log), std::regex(".* one\n.* two\n.* three\n")));
 
   struct stat wanted, found;
   ASSERT_EQ(stat(log.c_str(), &wanted), 0);
@@ -196,7 +186,7 @@ TEST_F(Vantrel, ReplacesTheFileUnderThreadsThatPrint) {
       PRINT('I', "record %ld end", ++printed);
   };
   std::thread first(print), second(print);
-  const fs::path other = directory / "other", stranger = directory / "stranger";
+  const std::string other = directory / "other", stranger = directory / "stranger";
   for (int round = 0; round < 300; ++round) {
     vantrel_set_file(round % 3 == 0 ? nullptr : round % 3 == 1 ? other.c_str() : log.c_str());
     close(open(stranger.c_str(), O_WRONLY | O_CREAT, 0600));  // takes a number that fell free
@@ -207,7 +197,7 @@ TEST_F(Vantrel, ReplacesTheFileUnderThreadsThatPrint) {
   stop = true;
   first.join();
   second.join();
-  const std::string text = Contents(log) + Contents(other);
+  const std::string text = ReadFile(log) + ReadFile(other);
   EXPECT_TRUE(text.ends_with(" end\n"));
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
@@ -235,7 +225,7 @@ TEST_F(Vantrel, PrintsInAChildForkedFromAPrintingProcess) {
   }
   stop = true;
   parent.join();
-  const std::string text = Contents(log);
+  const std::string text = ReadFile(log);
   for (int i = 0; i < 30; ++i) {
     EXPECT_NE(text.find("I child " + std::to_string(i) + " "), std::string::npos);
   }

@@ -19,17 +19,10 @@ constexpr const char* kBroken = "RouteA is BROKEN_RUNNING, 0 frame processed OK,
 
 class Vosh : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = "/tmp/vosh_test.XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(name.data()));
-    folder = name;
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
-
   // Runs vosh to its end; `out` and `err` are what it wrote.
   int Run(std::vector<std::string> arguments, const std::string& input = {}) {
     arguments.insert(arguments.begin(), VOSH_PROGRAM);
-    Program program(folder, std::move(arguments), input);
+    Program program(folder.path, std::move(arguments), input);
     const int status = program.Wait();
     out = program.Out();
     err = program.Err();
@@ -37,11 +30,11 @@ class Vosh : public testing::Test {
   }
 
   std::string Script(const std::string& text) {
-    WriteFile(folder + "/graph.vosh", text);
-    return folder + "/graph.vosh";
+    WriteFile(folder / "graph.vosh", text);
+    return folder / "graph.vosh";
   }
 
-  std::string folder;
+  test::TemporaryDirectory folder;
   std::string out;
   std::string err;
 };
@@ -85,8 +78,8 @@ TEST_F(Vosh, AScriptStopsAtItsFirstFailureAndNamesTheLine) {
   EXPECT_EQ((std::vector<std::string>{"newroute RouteA", "start RouteA"}), host.Received());
   EXPECT_EQ(0, Run({}, "stop RouteA\nstop RouteA\n"));  // standard input is a script too
   EXPECT_EQ("Stopped RouteA\nStopped RouteA\n", out);
-  EXPECT_EQ(1, Run({"-f", folder + "/missing.vosh"}));
-  EXPECT_EQ(folder + "/missing.vosh: No such file or directory\n", err);
+  EXPECT_EQ(1, Run({"-f", folder / "missing.vosh"}));
+  EXPECT_EQ(folder / "missing.vosh: No such file or directory\n", err);
 }
 
 TEST_F(Vosh, WaitEndsWhenTheRouteHasStopped) {
@@ -135,17 +128,17 @@ TEST_F(Vosh, DrawsTheGraph) {
     ScriptedHost host{{"status --dot", {dot}}};
     EXPECT_EQ(0, Run({"graph"}));
     EXPECT_EQ(dot, out);
-    EXPECT_EQ(0, Run({"graph", "-o", folder + "/-g.dot"}));
-    EXPECT_EQ(dot, ReadFile(folder + "/-g.dot"));
-    EXPECT_EQ(0, Run({"graph", "-o", folder + "/g.svg"})) << err;
-    EXPECT_NE(std::string::npos, ReadFile(folder + "/g.svg").find("</svg>"));
-    EXPECT_EQ(1, Run({"graph", "-o", folder + "/g.txt"}));
+    EXPECT_EQ(0, Run({"graph", "-o", folder / "-g.dot"}));
+    EXPECT_EQ(dot, ReadFile(folder / "-g.dot"));
+    EXPECT_EQ(0, Run({"graph", "-o", folder / "g.svg"})) << err;
+    EXPECT_NE(std::string::npos, ReadFile(folder / "g.svg").find("</svg>"));
+    EXPECT_EQ(1, Run({"graph", "-o", folder / "g.txt"}));
     EXPECT_EQ("The graph's file must end in .svg, .png or .dot\n", err);
-    EXPECT_EQ(1, Run({"graph", "-o", folder + "/no/g.dot"}));
+    EXPECT_EQ(1, Run({"graph", "-o", folder / "no/g.dot"}));
   }
   ScriptedHost host{{"status --dot", {"digraph {"}}};
-  EXPECT_EQ(1, Run({"graph", "-o", folder + "/bad.png"}));
-  EXPECT_FALSE(std::filesystem::exists(folder + "/bad.png"));
+  EXPECT_EQ(1, Run({"graph", "-o", folder / "bad.png"}));
+  EXPECT_FALSE(std::filesystem::exists(folder / "bad.png"));
 }
 
 TEST_F(Vosh, OffersTheWordsThatMayFollow) {
@@ -170,11 +163,11 @@ TEST_F(Vosh, OffersTheWordsThatMayFollow) {
     EXPECT_EQ(0, Run({"--complete", "newroute "}));
     EXPECT_EQ(0u, out.find("RouteC\nRouteD\n"));
     offers("start RouteA ", "");
-    WriteFile(folder + "/own.so", "");
-    WriteFile(folder + "/own.txt", "");
-    std::filesystem::create_directory(folder + "/other");
-    offers("newblock RouteA " + folder + "/o", folder + "/other/\n" + folder + "/own.so\n");
-    offers("setdump " + folder + "/", folder + "/other/\n");
+    WriteFile(folder / "own.so", "");
+    WriteFile(folder / "own.txt", "");
+    std::filesystem::create_directory(folder / "other");
+    offers("newblock RouteA " + folder / "o", folder / "other/\n" + folder / "own.so\n");
+    offers("setdump " + folder.path, folder / "other/\n");
   }
   EXPECT_EQ(0, Run({"--complete", "start "}));
   EXPECT_EQ("", out);  // without a host there is nothing to offer, and nothing to complain about

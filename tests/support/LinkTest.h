@@ -26,8 +26,8 @@ class LinkTest : public ::testing::Test {
   void Make() {
     source = std::make_unique<ScriptedBlock>("src", true, false);
     sink = std::make_unique<ScriptedBlock>("dst", false, true);
-    source->SetName("RouteA", "src_0", &noDump);
-    sink->SetName("RouteA", "dst_0", &noDump);
+    source->SetName("RouteA", "src_0", &dumpPath);
+    sink->SetName("RouteA", "dst_0", &dumpPath);
     out = source->OutEp(3);
     in = sink->InEp(5);
     TakeTrace();
@@ -43,7 +43,7 @@ class LinkTest : public ::testing::Test {
     EXPECT_TRUE(sink->ActiveInEps().empty());
   }
 
-  const std::string noDump;
+  std::string dumpPath;
   std::unique_ptr<ScriptedBlock> source, sink;
   zelk::OutputEndpoint* out = nullptr;
   zelk::InputEndpoint* in = nullptr;

@@ -6,28 +6,27 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/TemporaryDirectory.h"
+
 namespace test {
-
-inline std::string ReadFile(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
-inline void WriteFile(const std::string& path, const std::string& text) {
-  std::ofstream(path) << text;
-}
 
 /// The exit status, or minus the signal that ended the process.
 inline int WaitForExit(pid_t child) {
   int status = 0;
   waitpid(child, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+/// The words as execv wants them.
+inline std::vector<char*> Argv(std::vector<std::string>& words) {
+  std::vector<char*> argv;
+  for (std::string& word : words)
+    argv.push_back(word.data());
+  argv.push_back(nullptr);
+  return argv;
 }
 
 /// A program with its standard streams in files of the directory `folder`.
@@ -42,11 +41,7 @@ class Program {
     Redirect(".in", O_RDONLY, 0);
     Redirect(".out", O_WRONLY | O_CREAT | O_TRUNC, 1);
     Redirect(".err", O_WRONLY | O_CREAT | O_TRUNC, 2);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-      argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
+    execv(arguments[0].c_str(), Argv(arguments).data());
     _exit(127);
   }
 

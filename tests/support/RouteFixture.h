@@ -1,10 +1,7 @@
-// A route that a test fills, runs and hears of.
+// A route of stock blocks that a test fills, runs and hears of.
 #pragma once
 
-#include "support/WavFiles.h"
-
 #include <gtest/gtest.h>
-#include <sndfile.h>
 #include <zelk/Zelk.h>
 
 #include <chrono>
@@ -14,34 +11,53 @@
 #include <string>
 #include <vector>
 
+#include "support/WavFiles.h"
+
 namespace test {
+
+/// What a link carries.
+struct Format {
+  zelk::SampleFormat format = zelk::FLOAT_LE;
+  unsigned int channels = 1;
+  unsigned int rate = 48000;
+  long frame = 480;
+};
 
 class RouteFixture : public testing::Test, protected zelk::Route::Callbacks {
  protected:
   void SetUp() override { ASSERT_NE(nullptr, route); }
   ~RouteFixture() override { zelk::Zelk::Instance()->DeleteRoute(route); }
 
+  /// A block's name and its arguments.
   using Words = std::vector<std::string>;
-  zelk::Block* Source(const std::string& block, const Words& args) {
-    return route->NewBlock((block + ".so").c_str(), true, false, args);
+  zelk::Block* New(const Words& words, bool first = false, bool last = false) {
+    return route->NewBlock((words[0] + ".so").c_str(), first, last,
+                           {words.begin() + 1, words.end()});
   }
-  zelk::Block* Middle(const std::string& block, const Words& args) {
-    return route->NewBlock((block + ".so").c_str(), false, false, args);
+  zelk::Block* Source(const Words& words) { return New(words, true, false); }
+  zelk::Block* Sink(const Words& words) { return New(words, false, true); }
+
+  bool Join(zelk::Block* from, unsigned long out, zelk::Block* to, unsigned long in,
+            const Format& f = {}) {
+    return route->NewLink(f.rate, f.format, f.channels, f.frame, from, out, to, in) != nullptr;
   }
-  zelk::Block* Sink(const std::string& block, const Words& args) {
-    return route->NewBlock((block + ".so").c_str(), false, true, args);
+  bool Link(zelk::Block* from, zelk::Block* to, const Format& f = {}) {
+    return Join(from, 0, to, 0, f);
   }
-  bool Link(zelk::Block* from, zelk::Block* to, unsigned int channels = 1,
-            zelk::SampleFormat format = zelk::FLOAT_LE, unsigned int rate = 48000,
-            long samples = 480) {
-    return route->NewLink(rate, format, channels, samples, from, 0, to, 0) != nullptr;
+  /// No block comes of any of these words, which blanks divide.
+  void ExpectNoBlocks(const Words& lines, bool first = false, bool last = false) {
+    for (const std::string& line : lines) {
+      std::istringstream stream(line);
+      EXPECT_EQ(nullptr, New({std::istream_iterator<std::string>(stream), {}}, first, last))
+          << line;
+    }
   }
 
   /// Why the route stopped; nothing when it has not within a time that no test should need.
   std::optional<zelk::Route::StopReason> WaitForEnd() {
     std::unique_lock lock(mutex);
-    ended.wait_for(lock, std::chrono::seconds(60), [this] { return reason.has_value(); });
-    return std::exchange(reason, std::nullopt);
+    ended.wait_for(lock, std::chrono::seconds(60), [this] { return stopped.has_value(); });
+    return std::exchange(stopped, std::nullopt);
   }
   std::optional<zelk::Route::StopReason> Run() {
     EXPECT_EQ(0, route->Start());
@@ -53,6 +69,11 @@ class RouteFixture : public testing::Test, protected zelk::Route::Callbacks {
     EXPECT_EQ(0, route->GetParameter(block, id, words));
     return words;
   }
+  /// Each request is served between two frames, so that some frames pass.
+  void LetFramesPass(zelk::Block* block) {
+    for (int i = 0; i < 10; ++i)
+      Parameter(block, 1);
+  }
 
   zelk::Route* const route = zelk::Zelk::Instance()->NewRoute("RouteA", this);
   TemporaryDirectory directory;
@@ -60,50 +81,20 @@ class RouteFixture : public testing::Test, protected zelk::Route::Callbacks {
  private:
   void OnStopped(zelk::Route::StopReason why) override {
     std::lock_guard lock(mutex);
-    reason = why;
+    stopped = why;
     ended.notify_all();
   }
 
   std::mutex mutex;
   std::condition_variable ended;
-  std::optional<zelk::Route::StopReason> reason;
+  std::optional<zelk::Route::StopReason> stopped;
 };
 
-using Floats = std::vector<float>;
-
-inline void WriteFloats(const std::string& path, const Floats& samples, int channels = 1,
-                        int rate = 48000) {
-  SF_INFO info = {};
-  info.samplerate = rate;
-  info.channels = channels;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(nullptr, file) << path;
-  sf_write_float(file, samples.data(), static_cast<sf_count_t>(samples.size()));
-  sf_close(file);
-}
-
-/// All samples of a sound file, all channels together.
-inline Floats ReadFloats(const std::string& path) {
-  SF_INFO info = {};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (file == nullptr) return {};
-  Floats samples(static_cast<std::size_t>(info.frames * info.channels));
-  sf_read_float(file, samples.data(), static_cast<sf_count_t>(samples.size()));
-  sf_close(file);
-  return samples;
-}
-
-/// A signal in which no stretch resembles another: uniform in ±0.5, without zeros, exact in 24
-/// bits.
-inline Floats Noise(std::size_t count) {
-  Floats samples(count);
-  std::uint32_t state = 1;
-  for (float& s : samples) {
-    state = state * 1664525 + 1013904223;
-    s = (static_cast<float>(state >> 9 | 1) - 0x1p22F) * 0x1p-23F;
-  }
-  return samples;
+inline float LargestStep(const Floats& samples) {
+  float step = 0;
+  for (std::size_t i = 1; i < samples.size(); ++i)
+    step = std::max(step, std::abs(samples[i] - samples[i - 1]));
+  return step;
 }
 
 }  // namespace test

@@ -1,7 +1,6 @@
 // A host for the programs under test: one route that does what the test says.
 #pragma once
 
-#include <algorithm>
 #include <initializer_list>
 #include <map>
 
@@ -14,13 +13,10 @@ namespace test {
 /// else as a host answers an unknown word. Keeps what it was sent.
 class ScriptedHost {
  public:
-  struct Entry {
-    std::string command;
-    std::vector<std::string> replies;
-  };
+  using Replies = std::map<std::string, std::vector<std::string>>;
 
-  ScriptedHost(std::initializer_list<Entry> entries)
-      : replies(Map(entries)),
+  ScriptedHost(std::initializer_list<Replies::value_type> entries)
+      : replies(entries),
         host(vosh::kSocketPath,
              FakeHost::Answering([this](const std::string& command) { return Reply(command); })) {}
 
@@ -29,21 +25,7 @@ class ScriptedHost {
     return received;
   }
 
-  bool HasReceived(const std::string& command) {
-    const std::vector<std::string> all = Received();
-    return std::find(all.begin(), all.end(), command) != all.end();
-  }
-
  private:
-  using Replies = std::map<std::string, std::vector<std::string>>;
-
-  static Replies Map(std::initializer_list<Entry> entries) {
-    Replies map;
-    for (const Entry& entry : entries)
-      map[entry.command] = entry.replies;
-    return map;
-  }
-
   std::string Reply(const std::string& command) {
     const std::lock_guard<std::mutex> lock(mutex);
     received.push_back(command);

@@ -33,11 +33,7 @@ class Terminal {
     child = forkpty(&fd, nullptr, nullptr, &size);
     if (child != 0) return;
     setenv("TERM", "vt100", 1);
-    std::vector<char*> argv;
-    for (std::string& argument : arguments)
-      argv.push_back(argument.data());
-    argv.push_back(nullptr);
-    execv(argv[0], argv.data());
+    execv(arguments[0].c_str(), Argv(arguments).data());
     _exit(127);
   }
   Terminal(const Terminal&) = delete;

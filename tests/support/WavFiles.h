@@ -2,72 +2,58 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sndfile.h>
+#include <sndfile.hh>
 
-#include <filesystem>
 #include <numeric>
-#include <string>
+#include <type_traits>
 #include <vector>
+
+#include "support/TemporaryDirectory.h"
 
 namespace test {
 
-/// A directory of its own for one test; removed with what is in it.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "zelk-XXXXXX").string();
-    if (mkdtemp(pattern.data()) != nullptr) path = pattern + "/";
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
-  std::string operator/(const std::string& name) const { return path + name; }
+using Floats = std::vector<float>;
+using Shorts = std::vector<short>;
 
-  std::string path;
-};
-
-/// Writes 16 bit `samples` (all channels together).
-inline void WriteWav(const std::string& path, const std::vector<short>& samples, int channels = 1,
-                     int rate = 48000) {
-  SF_INFO info = {};
-  info.samplerate = rate;
-  info.channels = channels;
-  info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
-  SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
-  ASSERT_NE(nullptr, file) << path;
-  sf_write_short(file, samples.data(), static_cast<sf_count_t>(samples.size()));
-  sf_close(file);
+/// Writes `samples` (all channels together): float, 16 bit, or the upper 24 bits of an int.
+template <class T>
+void WriteWav(const std::string& path, const std::vector<T>& samples, int channels = 1,
+              int rate = 48000) {
+  const int type = std::is_same_v<T, float>   ? SF_FORMAT_FLOAT
+                   : std::is_same_v<T, short> ? SF_FORMAT_PCM_16
+                                              : SF_FORMAT_PCM_24;
+  SndfileHandle file(path, SFM_WRITE, SF_FORMAT_WAV | type, channels, rate);
+  const auto count = static_cast<sf_count_t>(samples.size());
+  ASSERT_EQ(count, file.write(samples.data(), count)) << path;
 }
 
-/// All samples, full scale as 32 bit integers, and what the file is.
-inline std::vector<int> ReadWav(const std::string& path, SF_INFO& info) {
-  info = {};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (file == nullptr) return {-1};
-  std::vector<double> read(static_cast<std::size_t>(info.frames * info.channels));
-  sf_read_double(file, read.data(), static_cast<sf_count_t>(read.size()));
-  sf_close(file);
-  std::vector<int> samples;
-  for (const double sample : read)
-    samples.push_back(static_cast<int>(sample * 2147483648.0));
-  return samples;
-}
-
-/// All samples of a 16 bit file.
-inline std::vector<short> ReadShorts(const std::string& path) {
-  SF_INFO info = {};
-  std::vector<short> samples;
-  for (const int sample : ReadWav(path, info))
-    samples.push_back(static_cast<short>(sample >> 16));
+/// All samples, all channels together, and the file's format; -1 alone when there is no such file.
+template <class T>
+std::vector<T> ReadWav(const std::string& path, int* format = nullptr) {
+  SndfileHandle file(path);
+  if (file.channels() == 0) return {T{-1}};
+  if (format) *format = file.format();
+  std::vector<T> samples(static_cast<std::size_t>(file.frames() * file.channels()));
+  file.read(samples.data(), static_cast<sf_count_t>(samples.size()));
   return samples;
 }
 
 /// 1, 2, 3, ... `count`.
-inline std::vector<short> Counting(std::size_t count) {
-  std::vector<short> samples(count);
+inline Shorts Counting(std::size_t count) {
+  Shorts samples(count);
   std::iota(samples.begin(), samples.end(), short{1});
+  return samples;
+}
+
+/// A signal in which no stretch resembles another: uniform in ±0.5, without zeros, exact in 24
+/// bits.
+inline Floats Noise(std::size_t count) {
+  Floats samples(count);
+  std::uint32_t state = 1;
+  for (float& s : samples) {
+    state = state * 1664525 + 1013904223;
+    s = (static_cast<float>(state >> 9 | 1) - 0x1p22F) * 0x1p-23F;
+  }
   return samples;
 }
 

@@ -5,10 +5,13 @@
 //   network_host play FILE SERVER PORT       until the file's end
 //   network_host record FILE SERVER PORT     until standard input ends
 //   network_host compare SENT ARRIVED        0 when ARRIVED is SENT, in order
-#include "support/RouteFixture.h"
+#include "support/WavFiles.h"
 
-#include <cinttypes>
+#include <zelk/Zelk.h>
+
 #include <cstdio>
+#include <cstring>
+#include <future>
 #include <iostream>
 #include <unordered_map>
 
@@ -17,23 +20,9 @@ namespace {
 using namespace zelk;
 using test::Floats;
 
-class Ended : public Route::Callbacks {
- public:
-  bool Wait() {
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return reason.has_value(); });
-    return reason == Route::END_OF_FILE;
-  }
-  void OnStopped(Route::StopReason why) override {
-    std::lock_guard lock(mutex);
-    reason = why;
-    changed.notify_all();
-  }
-
- private:
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::optional<Route::StopReason> reason;
+struct Ended : Route::Callbacks {
+  void OnStopped(Route::StopReason why) override { reason.set_value(why); }
+  std::promise<Route::StopReason> reason;
 };
 
 bool Run(bool play, const std::string& path, const std::string& server, const std::string& port) {
@@ -47,7 +36,7 @@ bool Run(bool play, const std::string& path, const std::string& server, const st
   if (!route->NewLink(48000, FLOAT_LE, 1, 480, from, 0, to, 0) || route->Start() < 0) return false;
   bool well = true;
   if (play)
-    well = ended.Wait();
+    well = ended.reason.get_future().get() == Route::END_OF_FILE;
   else
     while (std::cin.get() != EOF) {
     }
@@ -96,12 +85,12 @@ int main(int argc, char** argv) {
   const std::string what = words.empty() ? "" : words[0];
   bool well = false;
   if (what == "make" && words.size() == 3) {
-    test::WriteFloats(words[1], test::Noise(48000 * std::stoul(words[2])));
+    test::WriteWav(words[1], test::Noise(48000 * std::stoul(words[2])));
     well = true;
   } else if ((what == "play" || what == "record") && words.size() == 4) {
     well = Run(what == "play", words[1], words[2], words[3]);
   } else if (what == "compare" && words.size() == 3) {
-    well = Compare(test::ReadFloats(words[1]), test::ReadFloats(words[2]));
+    well = Compare(test::ReadWav<float>(words[1]), test::ReadWav<float>(words[2]));
   }
   return well ? 0 : 1;
 }
