@@ -21,12 +21,12 @@ class BrokenFiles : public test::RouteFixture {
 
   /// What comes out of `path`, and why the route stopped.
   std::vector<short> Played(const std::string& path, std::optional<zelk::Route::StopReason>& why) {
-    zelk::Block* source = Source("filesrc", {path});
-    zelk::Block* sink = Sink("filesink", {directory / "out.wav", "wav16"});
-    EXPECT_TRUE(source && sink && Link(source, sink, 1, zelk::S16_LE));
+    zelk::Block* source = Source({"filesrc", path});
+    zelk::Block* sink = Sink({"filesink", directory / "out.wav", "wav16"});
+    EXPECT_TRUE(source && sink && Link(source, sink, {zelk::S16_LE}));
     why = Run();
     EXPECT_EQ(0, route->DeleteAll());
-    return test::ReadShorts(directory / "out.wav");
+    return test::ReadWav<short>(directory / "out.wav");
   }
 };
 
@@ -44,9 +44,9 @@ TEST_F(BrokenFiles, ATruncatedFileGivesTheSamplesThatAreThereAndThenEnds) {
 }
 
 TEST_F(BrokenFiles, ADamagedFlacFileEndsTheRouteWithoutHarm) {
-  zelk::Block* source = Source("siggen", {"sine", "440", "-6", "1"});
-  zelk::Block* sink = Sink("filesink", {directory / "whole.flac"});
-  ASSERT_TRUE(source && sink && Link(source, sink, 1, zelk::S16_LE));
+  zelk::Block* source = Source({"siggen", "sine", "440", "-6", "1"});
+  zelk::Block* sink = Sink({"filesink", directory / "whole.flac"});
+  ASSERT_TRUE(source && sink && Link(source, sink, {zelk::S16_LE}));
   ASSERT_EQ(zelk::Route::END_OF_FILE, Run());
   ASSERT_EQ(0, route->DeleteAll());
   std::optional<zelk::Route::StopReason> why;
@@ -65,7 +65,7 @@ TEST_F(BrokenFiles, WhatIsNoSoundFileMakesNoBlock) {
   std::ofstream(directory / "empty.wav");
   for (const std::string& path :
        {directory / "text.wav", directory / "empty.wav", directory.path, directory / "missing.wav"})
-    EXPECT_EQ(nullptr, Source("filesrc", {path})) << path;
+    EXPECT_EQ(nullptr, Source({"filesrc", path})) << path;
 }
 
 }  // namespace

@@ -25,9 +25,9 @@ class ZELK_EXPORT Endpoint {
   /// Number of the port inside its block, 0 to `MAX_EPS` - 1; `MAX_EPS` outside a block.
   std::size_t Index() const noexcept { return index; }
 
-  /// Samples per channel that may be read from `FB()->data`: `validSamples`, but never more than the
-  /// link's buffer holds, whatever a faulty block at the other end wrote into the descriptor. 0 when
-  /// the port is inactive. Real-time safe.
+  /// Samples per channel that may be read from `FB()->data`: `validSamples`, but never more than
+  /// the link's buffer holds, whatever a faulty block at the other end wrote into the descriptor. 0
+  /// when the port is inactive. Real-time safe.
   long Available() const noexcept;
 
   /// Whether a link is attached.

@@ -80,7 +80,9 @@ void WaitFor(const std::string& wanted, int times) {
   ADD_FAILURE() << "never seen: " << wanted << "\nbut:\n" << seen.substr(0, 4000);
 }
 
-void TraceConsole(bool on) { TheTrace().console = on; }
+void TraceConsole(bool on) {
+  TheTrace().console = on;
+}
 
 void MirrorTrace(int fd) {
   const std::lock_guard lock(TheTrace().mutex);

@@ -17,8 +17,8 @@ void Note(const std::string& text);
 /// Empties the trace and returns it; records of other levels than `levels` are left out.
 std::vector<std::string> TakeTrace(const std::string& levels = "EWIDV");
 
-/// The console's thread tells of its own life at its own pace; its records are left out of the trace
-/// unless a test is about them.
+/// The console's thread tells of its own life at its own pace; its records are left out of the
+/// trace unless a test is about them.
 void TraceConsole(bool on);
 
 /// Waits until the trace holds `line` at least `times` times. A minute without it is a failure.

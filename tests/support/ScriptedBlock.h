@@ -21,7 +21,7 @@ struct Script {
   std::map<std::string, std::function<long(ScriptedBlock*)>> on;
   std::string subname;
   std::optional<std::vector<std::string>> values;  ///< of every parameter
-  bool quietFrames = false;   ///< frames are not noted
+  bool quietFrames = false;                        ///< frames are not noted
   std::optional<bool> first;  ///< what the block says of itself, whatever it was created as
 };
 
