@@ -3,6 +3,7 @@
 #include <zelk/Zelk.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -76,6 +77,12 @@ void Fill(Route::Action& action, Input& input) {
   }
 }
 
+// Says at the end how much was done.
+struct Done {
+  long number = 0;
+  ~Done() { std::printf("%ld batches\n", number); }
+} done;
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -90,6 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (unsigned i = 0; i < count; ++i)
       Fill(batch[i], input);
     route->ExecuteActions(batch, count);
+    ++done.number;
     for (unsigned i = 0; i < count; ++i) {
       if (batch[i].type == Route::NEW_LINK) links[input.Byte() % OBJECTS] = batch[i].newLink.link;
     }

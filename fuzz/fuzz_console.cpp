@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -62,6 +63,12 @@ std::string Ask(int fd, const std::string& line) {
   return reply;
 }
 
+// Says at the end how much was done.
+struct Done {
+  long number = 0;
+  ~Done() { std::printf("%ld commands\n", number); }
+} done;
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -71,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   for (std::string line; std::getline(lines, line) && commands < 30;) {
     if (!Private(line)) continue;
     ++commands;
+    ++done.number;
     const std::string reply = Ask(fd, line);
     if (reply.size() > 1 && reply[reply.size() - 2] != '\n') std::abort();
   }

@@ -1,6 +1,7 @@
 // The ring buffer against a queue of elements. Two bytes of input are one operation.
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <deque>
 #include <vector>
@@ -100,12 +101,20 @@ class Model {
   bool open = true;
 };
 
+// Says at the end how much was done.
+struct Done {
+  long number = 0;
+  ~Done() { std::printf("%ld operations\n", number); }
+} done;
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 3) return 0;
   Model model(data[0], data[1], data[2] % 3 * 24000u);
-  for (std::size_t i = 3; i + 1 < size; i += 2)
+  for (std::size_t i = 3; i + 1 < size; i += 2) {
     model.Do(data[i], data[i + 1] * 2L);
+    ++done.number;
+  }
   return 0;
 }
