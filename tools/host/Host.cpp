@@ -18,8 +18,15 @@ using vosh::StatusReport;
 
 namespace {
 
+// Waits begin short, since a graph of files may end within milliseconds, and grow up to this.
 constexpr Client::Milliseconds kInterval(100);
+// What a route needs, at the most, to get from STOPPED to BROKEN_RUNNING.
+constexpr Client::Milliseconds kMoment(30);
 constexpr Client::Milliseconds kCleanUpTime(5000);
+
+Client::Milliseconds Longer(Client::Milliseconds pause) {
+  return std::min(2 * pause, kInterval);
+}
 
 bool IsOver(const StatusReport& report) {
   return std::none_of(report.routes.begin(), report.routes.end(),
@@ -63,9 +70,11 @@ Status Host::Run() {
 
 // The library opens its console on a thread of its own, a moment after the singleton exists.
 bool Host::WaitForConsole() const {
+  Client::Milliseconds pause(1);
   for (int attempt = 0; attempt < 100; ++attempt) {
     if (session.GetClient().Probe()) return true;
-    if (!session.GetClient().Pause(Client::Milliseconds(50))) return true;
+    if (!session.GetClient().Pause(pause)) return true;
+    pause = Longer(pause);
   }
   return false;
 }
@@ -95,10 +104,14 @@ Status Host::ServeUntilSignal() const {
 // Twice in a row: on its way to BROKEN_RUNNING a route is STOPPED for a moment.
 Status Host::ServeUntilStopped() {
   StatusReport report;
+  Client::Milliseconds pause(1);
   for (int over = 0; over < 2;) {
     const Outcome outcome = session.Status(report);
     if (outcome.result == vosh::SUCCESS) over = IsOver(report) ? over + 1 : 0;
-    if (outcome.result == vosh::CANCELLED || !session.GetClient().Pause(kInterval)) break;
+    if (over == 2) break;
+    if (over == 1) pause = kMoment;
+    if (outcome.result == vosh::CANCELLED || !session.GetClient().Pause(pause)) break;
+    pause = Longer(pause);
   }
   return Judge(report);
 }
