@@ -6,10 +6,10 @@ foreach(block siggen gain convert resample tee mixer meter pace filesink)
     list(APPEND STOCK ${block})
   endif()
 endforeach()
-zelk_test(misbehave ISOLATED LIBRARIES core_support BLOCKS ${TEST_BLOCKS} ${STOCK})
+zelk_test(misbehave ISOLATED SOURCES support/quick_exit.cpp LIBRARIES core_support BLOCKS ${TEST_BLOCKS} ${STOCK})
 list(JOIN STOCK "," STOCK)
 target_compile_definitions(misbehave_test PRIVATE "STOCK_BLOCKS=\"${STOCK}\"")
-zelk_test(fault_machine ISOLATED SOURCES support/Faults.cpp BLOCKS worker)
+zelk_test(fault_machine ISOLATED SOURCES support/Faults.cpp support/quick_exit.cpp BLOCKS worker)
 
 # Run by scripts/soak; too long for a test.
 add_executable(soak EXCLUDE_FROM_ALL soak.cpp)
@@ -19,7 +19,7 @@ set_target_properties(soak PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY
 zelk_warnings(soak)
 add_dependencies(soak worker)
 
-add_executable(exit_cycle_host exit_cycle_host.cpp)
+add_executable(exit_cycle_host exit_cycle_host.cpp support/quick_exit.cpp)
 target_link_libraries(exit_cycle_host PRIVATE zelk::zelk vantrel::vantrel GTest::gtest)
 target_include_directories(exit_cycle_host PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 set_target_properties(exit_cycle_host PROPERTIES
