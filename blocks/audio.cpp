@@ -183,7 +183,7 @@ class Audio final : public DeviceBlock {
     if (queue->Gone() || Stalled()) {
       // PortAudio would wait for ten minutes, so the stream is left behind, and what it may call.
       queue->SetGone();
-      callbacks.release();
+      static_cast<void>(callbacks.release());
       return;
     }
     Pa_StopStream(callbacks->pa);

@@ -49,7 +49,7 @@ class LadspaInstance final : public EffectInstance {
  private:
   const SharedObject object;
   const LADSPA_Descriptor& descriptor;
-  const LADSPA_Handle handle;
+  LADSPA_Handle handle;
 };
 
 EffectPort DescribePort(const LADSPA_Descriptor& d, unsigned long index) {
@@ -124,8 +124,7 @@ class LadspaEffect final : public Effect {
       ports.push_back(DescribePort(d, i));
   }
   std::unique_ptr<EffectInstance> Instantiate(double rate, std::uint32_t) override {
-    const LADSPA_Handle handle =
-        descriptor.instantiate(&descriptor, static_cast<unsigned long>(rate));
+    LADSPA_Handle handle = descriptor.instantiate(&descriptor, static_cast<unsigned long>(rate));
     if (!handle) return nullptr;
     return std::make_unique<LadspaInstance>(object, descriptor, handle);
   }

@@ -139,7 +139,7 @@ ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<st
     if (i >= args.size()) return true;
     const auto value = ParseNumber(args[i], min, max);
     to = value.value_or(to);
-    if (!value) LOG_E("%s is a number from %g to %g, not \"%s\"", what, min, max, args[i].c_str());
+    if (!value) BLOCK_LOG_AS('E', "CreateBlock", "%s is a number from %g to %g", what, min, max);
     return value.has_value();
   };
   if (!number(1, "HZ", 0, MAX_HZ, settings.hz) || !number(2, "DBFS", SILENT_DB, 0, settings.dbfs) ||

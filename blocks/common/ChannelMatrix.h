@@ -19,7 +19,7 @@ class ChannelMatrix {
     ins = inputs;
     outs = outputs;
     target.assign(ins * outs, 0);
-    for (std::size_t o = 0; o < outs; ++o) {
+    for (std::size_t o = 0; ins > 0 && o < outs; ++o) {
       const std::size_t parts = o < ins ? (ins - o + outs - 1) / outs : 1;
       for (std::size_t p = 0; p < parts; ++p)
         target[o * ins + o % ins + p * outs] = 1.0 / static_cast<double>(parts);

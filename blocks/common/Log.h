@@ -5,8 +5,10 @@
 
 #include <vantrel.h>
 
-#define BLOCK_LOG(level, ...) \
-  vantrel_print(0, 0, 0, level, LOG_TAG, __LINE__, __func__, nullptr, __VA_ARGS__)
+// In a lambda the function's name is to be given.
+#define BLOCK_LOG_AS(level, function, ...) \
+  vantrel_print(0, 0, 0, level, LOG_TAG, __LINE__, function, nullptr, __VA_ARGS__)
+#define BLOCK_LOG(level, ...) BLOCK_LOG_AS(level, __func__, __VA_ARGS__)
 
 #define LOG_E(...) BLOCK_LOG('E', __VA_ARGS__)
 #define LOG_W(...) BLOCK_LOG('W', __VA_ARGS__)

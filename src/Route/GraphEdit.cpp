@@ -54,12 +54,12 @@ Block* RouteImpl::NewBlock_l(const std::string& soFileName, bool first, bool las
   MakeRoomFor(handles, handles.size() + 1);
   if (!NameBlock(created, baseName)) {
     LOG_E("%s: Unable to give a name to this block", name.c_str());
-    block.release();
+    static_cast<void>(block.release());
     plugin.Release();
     return nullptr;
   }
   AddBlock(created);
-  block.release();
+  static_cast<void>(block.release());  // the route's from here on
   handles.push_back(plugin.Release());
   return created;
 }
