@@ -10,6 +10,7 @@
 
 #include "Session.h"
 
+// NOLINTNEXTLINE(readability-redundant-declaration): not every platform's header has it
 extern char** environ;
 
 namespace vosh {

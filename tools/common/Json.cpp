@@ -1,5 +1,6 @@
 #include "Json.h"
 
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 
@@ -26,7 +27,7 @@ std::string JsonArray(const Items& items, Convert convert) {
 
 // One decimal, whatever the locale.
 std::string JsonRate(double perSecond) {
-  const auto tenths = static_cast<long long>(perSecond * 10 + 0.5);
+  const auto tenths = std::llround(perSecond * 10);
   return std::to_string(tenths / 10) + '.' + std::to_string(tenths % 10);
 }
 

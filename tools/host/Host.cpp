@@ -35,6 +35,7 @@ bool IsOver(const StatusReport& report) {
 
 void PrintSummary(const StatusReport& report) {
   // Hosts list the newest first.
+  // NOLINTNEXTLINE(modernize-loop-convert): not every compiler reads the library's reverse view
   for (auto route = report.routes.rbegin(); route != report.routes.rend(); ++route) {
     std::cout << route->name << " is " << route->state << ", " << FrameCounts(*route) << '\n';
   }

@@ -34,7 +34,7 @@ char** CompleteWord(const char* text, int, int end) {
   const std::string line(rl_line_buffer, static_cast<std::size_t>(end));
   candidates = Complete(QuickSession(), line);
   const bool more = candidates.size() == 1 && candidates[0].ends_with('/');
-  rl_completion_append_character = more ? '\0' : ' ';
+  rl_completion_append_character = more ? 0 : 0x20;  // a blank
   return rl_completion_matches(text, NextCandidate);
 }
 

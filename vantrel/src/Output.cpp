@@ -113,12 +113,11 @@ void PipeSignalHeld::WriteWhole(int descriptor, const char* data, std::size_t si
       begun = true;
       data += written;
       size -= static_cast<std::size_t>(written);
-    } else if (written < 0 && errno == EINTR) {
-      continue;
-    } else if (written < 0 && errno == EAGAIN && begun && BecomesWritable(descriptor)) {
-      continue;
     } else {
-      if (written < 0 && errno == EPIPE) TakeAway();
+      const int error = written < 0 ? errno : 0;
+      if (error == EINTR) continue;
+      if (error == EAGAIN && begun && BecomesWritable(descriptor)) continue;
+      if (error == EPIPE) TakeAway();
       return;
     }
   }
