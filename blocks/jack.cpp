@@ -10,8 +10,12 @@
 #include <jack/jack.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <future>
 #include <memory>
+#include <thread>
 
 namespace {
 
@@ -20,11 +24,6 @@ using namespace zelk::blocks;
 
 constexpr char LOG_TAG[] = "blocks/jack";
 constexpr unsigned int MAX_CHANNELS = 64;
-
-struct CloseClient {
-  void operator()(jack_client_t* client) const { jack_client_close(client); }
-};
-using Client = std::unique_ptr<jack_client_t, CloseClient>;
 
 struct FreePorts {
   void operator()(const char** names) const { jack_free(names); }
@@ -55,19 +54,78 @@ SERVERS_MEMORY void Silence(float* const* to, std::size_t channels, std::size_t 
       to[c][i] = 0;
 }
 
+/// Closing joins the library's threads under the library's lock. It has been seen to take for ever
+/// on a busy machine, and must not take the route with it.
+constexpr std::chrono::seconds CLOSE_LIMIT(10);
+std::atomic<bool> stuck = false;
+
+bool Closed(jack_client_t* client) try {
+  std::promise<void> done;
+  std::future<void> closed = done.get_future();
+  std::thread closing([client, done = std::move(done)]() mutable {
+    jack_client_close(client);
+    done.set_value();
+  });
+  if (closed.wait_for(CLOSE_LIMIT) == std::future_status::ready) return closing.join(), true;
+  stuck = true;
+  closing.detach();
+  return false;
+} catch (const std::exception&) {  // no thread is to be had
+  jack_client_close(client);
+  return true;
+}
+
+/// What a client's callbacks work with. Outlives the block if the client cannot be closed.
+struct Callbacks {
+  Callbacks(std::shared_ptr<DeviceQueue> q, bool captures)
+      : queue(std::move(q)), isSource(captures) {}
+
+  const std::shared_ptr<DeviceQueue> queue;
+  const bool isSource;
+  // Constant while the client is active, and then the callback's.
+  std::vector<jack_port_t*> ports;
+  std::vector<float*> buffers;
+
+  /// The server's real-time thread. [real-time safe]
+  static int Process(jack_nframes_t count, void* arg) {
+    Callbacks& self = *static_cast<Callbacks*>(arg);
+    std::vector<float*>& buffer = self.buffers;
+    const std::size_t channels = buffer.size();
+    for (std::size_t c = 0; c < channels; ++c)
+      buffer[c] = static_cast<float*>(jack_port_get_buffer(self.ports[c], count));
+    if (self.isSource) {
+      self.queue->Capture(count, [&](float* to, std::size_t first, std::size_t n) {
+        Interleave(buffer.data(), channels, first, n, to);
+      });
+      return 0;
+    }
+    const std::size_t played =
+        self.queue->Deliver(count, [&](const float* from, std::size_t first, std::size_t n) {
+          Separate(from, buffer.data(), channels, first, n);
+        });
+    Silence(buffer.data(), channels, played, count);
+    return 0;
+  }
+};
+
 class Jack final : public DeviceBlock {
  public:
-  Jack(bool first, bool last, Client opened, std::vector<std::string> portWords)
-      : DeviceBlock(LOG_TAG, first, last), client(std::move(opened)), words(std::move(portWords)) {
-    jack_set_process_callback(client.get(), &Jack::Process, this);
+  Jack(bool first, bool last, jack_client_t* opened, std::vector<std::string> portWords)
+      : DeviceBlock(LOG_TAG, first, last), client(opened), words(std::move(portWords)) {
+    jack_set_process_callback(client, &Callbacks::Process, callbacks.get());
     jack_on_shutdown(
-        client.get(), [](void* self) { static_cast<Jack*>(self)->queue->SetGone(); }, this);
+        client, [](void* self) { static_cast<Callbacks*>(self)->queue->SetGone(); },
+        callbacks.get());
     parameters.Add({3, "rate", "Hz", 0, 1e6, 0, [this] { return Rate(); }, {}});
     parameters.Add({4, "connections", "-", 0, 0, 0, {}, {}, [this] { return Connections(); }});
   }
 
-  // The callback may run until the client is closed.
-  ~Jack() override { client.reset(); }
+  // The callbacks may run until the client is closed.
+  ~Jack() override {
+    if (Closed(client)) return;
+    LOG_E("%s did not let go of its client, which is left behind", DeviceName().c_str());
+    static_cast<void>(callbacks.release());
+  }
 
  protected:
   /// The ports stand as long as the link, so that connections made by others survive a stop.
@@ -84,13 +142,13 @@ class Jack final : public DeviceBlock {
     for (unsigned int i = 1; i <= Stream().channels; ++i) {
       const std::string port = (IsSource() ? "in_" : "out_") + std::to_string(i);
       jack_port_t* const made =
-          jack_port_register(client.get(), port.c_str(), JACK_DEFAULT_AUDIO_TYPE,
+          jack_port_register(client, port.c_str(), JACK_DEFAULT_AUDIO_TYPE,
                              IsSource() ? JackPortIsInput : JackPortIsOutput, 0);
       if (!made) return ClosePorts(), Refuse(__func__, "port " + port + " cannot be registered");
       ports.push_back(made);
     }
-    buffers.resize(ports.size());
-    active = jack_activate(client.get()) == 0;
+    callbacks->buffers.resize(ports.size());
+    active = jack_activate(client) == 0;
     return active ? 0 : (ClosePorts(), Refuse(__func__, DeviceName() + " cannot be activated"));
   }
 
@@ -113,7 +171,7 @@ class Jack final : public DeviceBlock {
     for (std::size_t i = 0; i < words.size(); ++i) {
       if (words[i] == "-") continue;
       const PortNames matching =
-          jack_port_by_name(client.get(), words[i].c_str()) ? nullptr : Find(words[i].c_str(), 0);
+          jack_port_by_name(client, words[i].c_str()) ? nullptr : Find(words[i].c_str(), 0);
       const char* const other = matching ? matching[0] : words[i].c_str();
       if (!Connect(ports[i], other))
         return Refuse(__func__,
@@ -127,17 +185,17 @@ class Jack final : public DeviceBlock {
   std::string DeviceName() const override { return "the JACK server"; }
 
  private:
-  double Rate() const { return jack_get_sample_rate(client.get()); }
+  double Rate() const { return jack_get_sample_rate(client); }
 
   PortNames Find(const char* pattern, unsigned long flags) const {
-    return PortNames(jack_get_ports(client.get(), pattern, JACK_DEFAULT_AUDIO_TYPE,
+    return PortNames(jack_get_ports(client, pattern, JACK_DEFAULT_AUDIO_TYPE,
                                     flags | (IsSource() ? JackPortIsOutput : JackPortIsInput)));
   }
 
   bool Connect(jack_port_t* own, const char* other) const {
     const char* const ownName = jack_port_name(own);
-    const int ret = IsSource() ? jack_connect(client.get(), other, ownName)
-                               : jack_connect(client.get(), ownName, other);
+    const int ret =
+        IsSource() ? jack_connect(client, other, ownName) : jack_connect(client, ownName, other);
     return ret == 0 || ret == EEXIST;
   }
 
@@ -154,40 +212,18 @@ class Jack final : public DeviceBlock {
   }
 
   void ClosePorts() {
-    if (active) jack_deactivate(client.get());
+    if (active) jack_deactivate(client);
     active = false;
     for (jack_port_t* port : ports)
-      jack_port_unregister(client.get(), port);
+      jack_port_unregister(client, port);
     ports.clear();
   }
 
-  /// The server's real-time thread. [real-time safe]
-  static int Process(jack_nframes_t count, void* arg) {
-    Jack& self = *static_cast<Jack*>(arg);
-    std::vector<float*>& buffer = self.buffers;
-    const std::size_t channels = buffer.size();
-    for (std::size_t c = 0; c < channels; ++c)
-      buffer[c] = static_cast<float*>(jack_port_get_buffer(self.ports[c], count));
-    if (self.IsSource()) {
-      self.queue->Capture(count, [&](float* to, std::size_t first, std::size_t n) {
-        Interleave(buffer.data(), channels, first, n, to);
-      });
-      return 0;
-    }
-    const std::size_t played =
-        self.queue->Deliver(count, [&](const float* from, std::size_t first, std::size_t n) {
-          Separate(from, buffer.data(), channels, first, n);
-        });
-    Silence(buffer.data(), channels, played, count);
-    return 0;
-  }
-
-  Client client;
+  jack_client_t* const client;
   const std::vector<std::string> words;
   bool active = false;
-  // Constant while active, and then the callback's.
-  std::vector<jack_port_t*> ports;
-  std::vector<float*> buffers;
+  std::unique_ptr<Callbacks> callbacks = std::make_unique<Callbacks>(queue, IsSource());
+  std::vector<jack_port_t*>& ports = callbacks->ports;
 };
 
 }  // namespace
@@ -201,12 +237,17 @@ ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<st
           args.size());
     return nullptr;
   }
+  if (stuck) {
+    LOG_E("%s: the JACK library answers no more in this process", args[0].c_str());
+    return nullptr;
+  }
   jack_status_t status = {};
-  Client client(server == "-" ? jack_client_open(args[0].c_str(), JackNoStartServer, &status)
-                              : jack_client_open(
-                                    args[0].c_str(),
-                                    static_cast<jack_options_t>(JackNoStartServer | JackServerName),
-                                    &status, server.c_str()));
+  jack_client_t* const client(
+      server == "-"
+          ? jack_client_open(args[0].c_str(), JackNoStartServer, &status)
+          : jack_client_open(args[0].c_str(),
+                             static_cast<jack_options_t>(JackNoStartServer | JackServerName),
+                             &status, server.c_str()));
   if (!client) {
     LOG_E("%s: JACK server %s cannot be reached (status 0x%x)", args[0].c_str(),
           server == "-" ? "" : server.c_str(), static_cast<unsigned int>(status));
@@ -214,5 +255,5 @@ ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<st
   }
   std::vector<std::string> ports(args.begin() + std::min<std::ptrdiff_t>(2, std::ssize(args)),
                                  args.end());
-  return new Jack(first, last, std::move(client), std::move(ports));
+  return new Jack(first, last, client, std::move(ports));
 }
