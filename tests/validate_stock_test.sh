@@ -4,8 +4,8 @@
 set -uo pipefail
 validate=$1 file=$2 block=$(basename "$2" .so)
 work=$(mktemp -d)
-server=
-trap '[ -z "$server" ] || kill "$server"; rm -rf "$work"' EXIT
+servers=()
+trap '[ ${#servers[@]} = 0 ] || kill "${servers[@]}"; rm -rf "$work"' EXIT
 failed=0
 
 # A busy machine is no fault, and a hang still is one.
@@ -19,13 +19,18 @@ silence() {
   head -c 192000 /dev/zero
 }
 
-# A JACK server without a sound card.
-jack_server() {
+# JACK servers without a sound card.
+jack_servers() {
   command -v jackd >/dev/null || { echo "skipped: no jackd"; exit 77; }
-  export JACK_NO_AUDIO_RESERVATION=1 JACK_DEFAULT_SERVER=zelk-validate-$$
-  jackd -n "$JACK_DEFAULT_SERVER" -r -S -d dummy -r 48000 -p 512 >/dev/null 2>&1 &
-  server=$!
-  jack_wait -s "$JACK_DEFAULT_SERVER" -w -t 20 >/dev/null || { echo "skipped: jackd does not start"; exit 77; }
+  export JACK_NO_AUDIO_RESERVATION=1
+  local name
+  for name in "$@"; do
+    jackd -n "$name" -r -S -d dummy -r 48000 -p 512 >/dev/null 2>&1 &
+    servers+=($!)
+  done
+  for name in "$@"; do
+    jack_wait -s "$name" -w -t 20 >/dev/null || { echo "skipped: jackd does not start"; exit 77; }
+  done
 }
 
 case $block in
@@ -38,10 +43,11 @@ case $block in
   gain) check "$file"; check --link=44100:S24_3BE:5:441 "$file" -6 ;;
   invert) check "$file" ;;
   jack)
-    jack_server
-    # Clients wait for their server most of the time: both at once.
-    (check --first "$file" source "$JACK_DEFAULT_SERVER"; exit $failed) & source=$!
-    check --last "$file" sink "$JACK_DEFAULT_SERVER"
+    # Clients wait for their server most of the time: both at once. Each has a server for itself,
+    # since a server waits for every client when another comes or goes.
+    jack_servers "zelk-$$-source" "zelk-$$-sink"
+    (check --first "$file" source "zelk-$$-source"; exit $failed) & source=$!
+    check --last "$file" sink "zelk-$$-sink"
     wait $source || failed=1 ;;
   ladspa)
     [ -e /usr/lib/ladspa/amp.so ] || { echo "skipped: no LADSPA plug-in"; exit 77; }
