@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -18,14 +19,25 @@ using vosh::StatusReport;
 
 namespace {
 
-// Waits begin short, since a graph of files may end within milliseconds, and grow up to this.
 constexpr Client::Milliseconds kInterval(100);
-// What a route needs, at the most, to get from STOPPED to BROKEN_RUNNING.
-constexpr Client::Milliseconds kMoment(30);
+constexpr Client::Milliseconds kConsoleTime(10000);
 constexpr Client::Milliseconds kCleanUpTime(5000);
 
-Client::Milliseconds Longer(Client::Milliseconds pause) {
-  return std::min(2 * pause, kInterval);
+// A graph of files may end within milliseconds: no look at it comes later than it must by more than
+// an eighth.
+Client::Milliseconds Pause(std::chrono::steady_clock::time_point since) {
+  const auto passed = std::chrono::steady_clock::now() - since;
+  return std::clamp(std::chrono::duration_cast<Client::Milliseconds>(passed) / 8,
+                    Client::Milliseconds(1), kInterval);
+}
+
+// What a route needs, at the most, to get from STOPPED to BROKEN_RUNNING. One that made frames had
+// a graph to run, which only an edit at this very moment can have broken.
+Client::Milliseconds Moment(const StatusReport& report) {
+  const bool allRan =
+      std::all_of(report.routes.begin(), report.routes.end(),
+                  [](const RouteStatus& route) { return route.okFrames + route.errorFrames > 0; });
+  return Client::Milliseconds(allRan ? 2 : 30);
 }
 
 bool IsOver(const StatusReport& report) {
@@ -71,11 +83,10 @@ Status Host::Run() {
 
 // The library opens its console on a thread of its own, a moment after the singleton exists.
 bool Host::WaitForConsole() const {
-  Client::Milliseconds pause(1);
-  for (int attempt = 0; attempt < 100; ++attempt) {
+  const auto begin = std::chrono::steady_clock::now();
+  while (std::chrono::steady_clock::now() - begin < kConsoleTime) {
     if (session.GetClient().Probe()) return true;
-    if (!session.GetClient().Pause(pause)) return true;
-    pause = Longer(pause);
+    if (!session.GetClient().Pause(Pause(begin))) return true;
   }
   return false;
 }
@@ -105,14 +116,12 @@ Status Host::ServeUntilSignal() const {
 // Twice in a row: on its way to BROKEN_RUNNING a route is STOPPED for a moment.
 Status Host::ServeUntilStopped() {
   StatusReport report;
-  Client::Milliseconds pause(1);
+  const auto begin = std::chrono::steady_clock::now();
   for (int over = 0; over < 2;) {
     const Outcome outcome = session.Status(report);
     if (outcome.result == vosh::SUCCESS) over = IsOver(report) ? over + 1 : 0;
-    if (over == 2) break;
-    if (over == 1) pause = kMoment;
-    if (outcome.result == vosh::CANCELLED || !session.GetClient().Pause(pause)) break;
-    pause = Longer(pause);
+    if (over == 2 || outcome.result == vosh::CANCELLED) break;
+    if (!session.GetClient().Pause(over == 1 ? Moment(report) : Pause(begin))) break;
   }
   return Judge(report);
 }
