@@ -10,12 +10,15 @@
 #include "common/SoundFile.h"
 #include "common/StockBlock.h"
 
+#include <utility>
+
 namespace {
 
 using namespace zelk;
 using namespace zelk::blocks;
 
 constexpr char LOG_TAG[] = "blocks/filesink";
+constexpr std::size_t PIECE = 65536;  // bytes; shorter writes cost more than gathering them
 
 class FileSink final : public StockBlock {
  public:
@@ -39,10 +42,11 @@ class FileSink final : public StockBlock {
     if (auto answer = end.Answer()) return *answer;
     if (!file && Open() < 0) return -20;
     const long samples = Available();
-    if (Write(samples) != samples)
+    const bool last = end.InputIsLast();
+    if (!Write(static_cast<std::size_t>(samples) * In().channels) || (last && !Flush()))
       return Refuse(__func__, path + " cannot be written: " + sf_strerror(file.get()));
     total += samples;
-    written = !end.InputIsLast();
+    written = !last;
     end.Take();
     return 0;
   }
@@ -90,33 +94,55 @@ class FileSink final : public StockBlock {
     return BytesPerSample(format) <= 2 ? SF_FORMAT_PCM_16 : SF_FORMAT_PCM_24;
   }
 
-  /// How many samples were written. Rounds to the file's depth itself: libsndfile truncates.
-  long Write(long samples) {
-    const std::size_t count = static_cast<std::size_t>(samples) * In().channels;
+  /// What libsndfile takes for the file's depth. Of 24 bits the upper ones of 32.
+  SampleFormat Stored() const {
     const int depth = info.format & SF_FORMAT_SUBMASK;
-    if (depth == SF_FORMAT_FLOAT)
-      return static_cast<long>(sf_writef_float(
-          file.get(), reinterpret_cast<const float*>(As(FLOAT_NATIVE, count)), samples));
-    if (depth == SF_FORMAT_PCM_16)
-      return static_cast<long>(sf_writef_short(
-          file.get(), reinterpret_cast<const short*>(As(S16_NATIVE, count)), samples));
-    const unsigned char* const rounded = As(S24_NATIVE, count);
-    if (wide.size() < count) wide.resize(count);
-    Convert(S24_NATIVE, rounded, S32_NATIVE, reinterpret_cast<unsigned char*>(wide.data()), count);
-    return static_cast<long>(sf_writef_int(file.get(), wide.data(), samples));
+    return depth == SF_FORMAT_FLOAT    ? FLOAT_NATIVE
+           : depth == SF_FORMAT_PCM_16 ? S16_NATIVE
+                                       : S32_NATIVE;
   }
 
-  /// The input's samples in `format`; in place where they have it already.
-  const unsigned char* As(SampleFormat format, std::size_t count) {
-    if (In().format == format) return In().data;
-    const std::size_t bytes = count * BytesPerSample(format);
-    if (scratch.size() < bytes) scratch.resize(bytes);
-    Convert(In().format, In().data, format, scratch.data(), count);
-    return scratch.data();
+  /// Takes the input's `count` numbers, and passes on what makes a piece. Rounds to the file's
+  /// depth itself: libsndfile truncates.
+  bool Write(std::size_t count) {
+    const SampleFormat stored = Stored();
+    const std::size_t bytes = count * BytesPerSample(stored);
+    if (gathered == 0 && bytes >= PIECE && In().format == stored && stored != S32_NATIVE)
+      return Put(In().data, count);
+    if (pieces.size() < gathered + bytes) pieces.resize(gathered + bytes);
+    unsigned char* const to = pieces.data() + gathered;
+    if (stored != S32_NATIVE) {
+      Convert(In().format, In().data, stored, to, count);
+    } else {
+      if (rounded.size() < 3 * count) rounded.resize(3 * count);
+      Convert(In().format, In().data, S24_NATIVE, rounded.data(), count);
+      Convert(S24_NATIVE, rounded.data(), stored, to, count);
+    }
+    gathered += bytes;
+    return gathered < PIECE || Flush();
+  }
+
+  bool Flush() {
+    const std::size_t bytes = std::exchange(gathered, 0);
+    return Put(pieces.data(), bytes / BytesPerSample(Stored()));
+  }
+
+  bool Put(const unsigned char* data, std::size_t count) {
+    const auto items = static_cast<sf_count_t>(count);
+    SNDFILE* const f = file.get();
+    switch (Stored()) {
+      case FLOAT_NATIVE:
+        return sf_write_float(f, reinterpret_cast<const float*>(data), items) == items;
+      case S16_NATIVE:
+        return sf_write_short(f, reinterpret_cast<const short*>(data), items) == items;
+      default:
+        return sf_write_int(f, reinterpret_cast<const int*>(data), items) == items;
+    }
   }
 
   void Close() {
     if (!file) return;
+    if (!Flush()) Refuse(__func__, path + " cannot be written: " + sf_strerror(file.get()));
     if (const int error = sf_close(file.release()))
       Refuse(__func__, path + " cannot be completed: " + sf_error_number(error));
   }
@@ -126,10 +152,11 @@ class FileSink final : public StockBlock {
   const int subtype;  // 0: by the link
   SF_INFO info = {};
   SoundFile file;
-  long long total = 0;   // samples in it
-  bool written = false;  // and the input had not ended: the next start goes on
-  std::vector<unsigned char> scratch;
-  std::vector<int> wide;
+  long long total = 0;                // samples in it
+  bool written = false;               // and the input had not ended: the next start goes on
+  std::vector<unsigned char> pieces;  // what the file has not got yet, and room for more
+  std::size_t gathered = 0;           // bytes of it
+  std::vector<unsigned char> rounded;
 };
 
 }  // namespace
