@@ -17,6 +17,7 @@ using namespace zelk;
 using namespace zelk::blocks;
 
 constexpr char LOG_TAG[] = "blocks/gain";
+constexpr std::size_t PIECE = 1024;  // numbers
 constexpr double MAX_DB = 60;
 constexpr double MAX_FADE_SECONDS = 3600;
 
@@ -47,6 +48,8 @@ class Gain final : public StockBlock {
     const long long time = TimeOf(In().timestamp);
     if (!level.Moving() && level.Current() == 1)
       Convert(In().format, In().data, Out().format, Out().data, Count(samples));
+    else if (!level.Moving() && In().format == Out().format)
+      Scale(In().format, In().data, Out().data, Count(samples), level.Current());
     else if (NeedsDouble(In().format) || NeedsDouble(Out().format))
       Amplify(wide, samples);
     else
@@ -67,13 +70,27 @@ class Gain final : public StockBlock {
     return static_cast<std::size_t>(samples) * In().channels;
   }
 
+  /// By way of numbers, in pieces that stay in the nearest cache.
   template <class Real>
-  void Amplify(std::vector<Real>& scratch, long samples) {
-    const std::size_t count = Count(samples);
-    if (scratch.size() < count) scratch.resize(count);
-    Decode(In().format, In().data, scratch.data(), count);
-    Apply(level, scratch.data(), samples, In().channels);
-    Encode(Out().format, scratch.data(), Out().data, count);
+  void Amplify(std::vector<Real>& piece, long samples) {
+    const unsigned int channels = In().channels;
+    const long most = std::max(1L, static_cast<long>(PIECE / channels));
+    piece.resize(static_cast<std::size_t>(most) * channels);
+    const unsigned char* from = In().data;
+    unsigned char* to = Out().data;
+    for (long n; samples > 0; samples -= n) {
+      n = std::min(samples, most);
+      const std::size_t count = Count(n);
+      if (level.Moving()) {
+        Decode(In().format, from, piece.data(), count);
+        Apply(level, piece.data(), n, channels);
+      } else {
+        Decode(In().format, from, piece.data(), count, static_cast<Real>(level.Current()));
+      }
+      Encode(Out().format, piece.data(), to, count);
+      from += count * BytesPerSample(In().format);
+      to += count * BytesPerSample(Out().format);
+    }
   }
 
   int SetGain(double value) {

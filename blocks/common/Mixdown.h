@@ -26,22 +26,10 @@ struct MixInput {
 
 inline constexpr std::size_t MIX_CHANNELS = 1024;  // numbers mixed at once: in the nearest cache
 
-/// Adds `values` times `gain` to `sum`, or puts them there if it is `fresh`.
+/// Takes up to `samples` from the input and adds them, times `factor`, to `sum`, or puts them there
+/// if it is `fresh`; silence where there are none left.
 template <class Real>
-void AddTimes(Real* __restrict sum, bool fresh, const Real* __restrict values, Real gain,
-              std::size_t count) {
-  if (fresh) {
-    for (std::size_t i = 0; i < count; ++i)
-      sum[i] = gain * values[i];
-  } else {
-    for (std::size_t i = 0; i < count; ++i)
-      sum[i] += gain * values[i];
-  }
-}
-
-/// Takes up to `samples` from the input and adds them; silence where there are none left.
-template <class Real>
-void Add(MixInput& input, Real* sum, bool fresh, long samples) {
+void Add(MixInput& input, Real* sum, bool fresh, long samples, double factor) {
   const FrameBuffer& link = input.queue.Link();
   Ramp& level = input.fader.level;
   Real scratch[MIX_CHANNELS];
@@ -49,14 +37,16 @@ void Add(MixInput& input, Real* sum, bool fresh, long samples) {
     const unsigned char* const from = input.queue.Pop(n);
     const std::size_t count = static_cast<std::size_t>(n) * link.channels;
     if (level.Moving()) {
-      Decode(link.format, from, scratch, count);
+      Decode(link.format, from, scratch, count, static_cast<Real>(factor));
       Apply(level, scratch, n, link.channels);
-      AddTimes(sum, fresh, scratch, Real{1}, count);
-    } else if (level.Current() != 0) {
-      AddTimes(sum, fresh, Decoded(link.format, from, scratch, count),
-               static_cast<Real>(level.Current()), count);
+      for (std::size_t i = 0; i < count; ++i)
+        sum[i] = fresh ? scratch[i] : sum[i] + scratch[i];
+    } else if (const Real times = static_cast<Real>(level.Current() * factor); times == 0) {
+      if (fresh) std::fill_n(sum, count, Real{0});
     } else if (fresh) {
-      std::fill_n(sum, count, Real{0});
+      Decode(link.format, from, sum, count, times);
+    } else {
+      AddTo(sum, link.format, from, count, times);
     }
     sum += count;
     samples -= n;
@@ -75,9 +65,11 @@ void Mixdown(const std::vector<MixInput*>& inputs, Fader& master, const FrameBuf
     const long n = std::min(left, static_cast<long>(MIX_CHANNELS / out.channels));
     const std::size_t count = static_cast<std::size_t>(n) * out.channels;
     Real* const sum = ToEncode(out.format, to, scratch);
+    // A master level that rests is a part of each input's: one pass less.
+    const double factor = master.level.Moving() ? 1 : master.level.Current();
     for (MixInput* input : inputs)
-      Add(*input, sum, input == inputs.front(), n);
-    Apply(master.level, sum, n, out.channels);
+      Add(*input, sum, input == inputs.front(), n, factor);
+    if (master.level.Moving()) Apply(master.level, sum, n, out.channels);
     Encoded(out.format, sum, to, count);
     to += count * BytesPerSample(out.format);
     left -= n;
