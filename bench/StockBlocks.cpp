@@ -25,7 +25,8 @@ void AddTask(const Stage& stock, std::size_t inputs, zelk::SampleFormat in,
   const std::string to = zelk::FormatToString(out);
   std::string row = "stock-";
   row.append(stock.plugin).append("-").append(from).append("-").append(to).append("/");
-  Add(row + "loop", [=] { return Frames({"bench_loop", {from, to}}, inputs, in, out); });
+  const Stage loop = {"bench_loop", {stock.plugin, from, to}};
+  Add(row + "loop", [=] { return Frames(loop, inputs, in, out); });
   Add(row + "zelk", [=] { return Frames(stock, inputs, in, out); });
   Add(row + "pass", [=] { return Frames({"bench_through"}, 1, in, out); });
 }
@@ -34,7 +35,8 @@ void AddTask(const Stage& stock, std::size_t inputs, zelk::SampleFormat in,
 
 void AddStockBlocks() {
   using namespace zelk;
-  const SampleFormat formats[] = {S16_LE, S24_3LE, S32_LE, FLOAT_LE};
+  const SampleFormat formats[] = {BYTE,     S16_LE,   S16_BE,  S32_LE, S32_BE,
+                                  FLOAT_LE, FLOAT_BE, S24_3LE, S24_3BE};
   for (const SampleFormat format : formats)
     AddTask({"gain", {"-6.0206"}}, 1, format, format);
 #ifdef BENCH_MIXER

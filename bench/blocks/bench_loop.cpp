@@ -1,133 +1,228 @@
-// bench_loop IN OUT: adds up all inputs, halved, as one loop per input that the compiler
-// vectorises: what a stock block of the same task would be if it could do nothing else.
+// bench_loop gain|mixer|convert IN OUT: the task of a stock block as the plain loop that one would
+// write for these two formats alone, in a form that the compiler vectorises: the input halved, the
+// sum of two inputs halved, or the input as it is. It knows no channels, no levels that move, no
+// NaN.
 #include <zelk/Block.h>
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <type_traits>
 
 namespace {
 
 using zelk::SampleFormat;
+using Byte = unsigned char;
+constexpr auto LITTLE = std::endian::little;
+constexpr auto BIG = std::endian::big;
 
-// Rounds to nearest: the sum's lowest bits are the integer.
-inline std::int32_t Round(float value) {
-  return std::bit_cast<std::int32_t>(value + 0x1.8p23F) - 0x4B400000;
+template <typename Word, std::endian ORDER>
+struct Integer {
+  static constexpr int BITS = 8 * sizeof(Word);
+  static constexpr std::size_t BYTES = sizeof(Word);
+  // Not the built-in functions: what the compiler takes for a byte swap it does not vectorise.
+  static Word Swap(Word word) {
+    if constexpr (ORDER == std::endian::native || BYTES == 1) return word;
+    if constexpr (BYTES == 2) return static_cast<Word>(word << 8 | word >> 8);
+    std::uint32_t halves = word;
+    halves = (halves >> 8 & 0xFF00FF) | (halves & 0xFF00FF) * 256;
+    return static_cast<Word>(halves << 16 | halves >> 16);
+  }
+  static std::make_signed_t<Word> Load(const Byte* p) {
+    Word word;
+    std::memcpy(&word, p, BYTES);
+    return static_cast<std::make_signed_t<Word>>(Swap(word));
+  }
+  static void Store(Byte* p, std::int32_t value) {
+    const Word word = Swap(static_cast<Word>(value));
+    std::memcpy(p, &word, BYTES);
+  }
+};
+
+template <std::endian ORDER>
+struct Float {
+  static constexpr int BITS = 0;
+  static constexpr std::size_t BYTES = 4;
+  using Bits = Integer<std::uint32_t, ORDER>;
+  static float Load(const Byte* p) { return std::bit_cast<float>(Bits::Load(p)); }
+  static void Store(Byte* p, float value) { Bits::Store(p, std::bit_cast<std::int32_t>(value)); }
+};
+
+// Between the loops, packed 24 bits are the lower bits of words.
+struct Word24 : Integer<std::uint32_t, std::endian::native> {
+  static constexpr int BITS = 24;
+};
+template <std::endian ORDER>
+struct Packed24 {
+  static constexpr std::size_t BYTES = 3;
+};
+
+// Adding a large number rounds, and leaves the integer in the sum's lowest bits.
+template <int BITS>
+std::int32_t Round(float value) {
+  if constexpr (BITS <= 16) return std::bit_cast<std::int32_t>(value + 0x1.8p23F);
+  const float large = value < 0 ? -0x1p23F : 0x1p23F;
+  return static_cast<std::int32_t>((value + large) - large);
 }
-inline std::int32_t Round(double value) {
+template <int BITS>
+std::int32_t Round(double value) {
   return static_cast<std::int32_t>(
       static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(value + 0x1.8p52)));
 }
 
-// The narrowest arithmetic that keeps every value of the format is `Real`; 24 bits are rounded in
-// double, since the float's sum has no room for them.
-template <int BITS>
-struct Integer {
-  using Real = std::conditional_t<BITS == 32, double, float>;
-  using Rounded = std::conditional_t<BITS == 16, float, double>;
-  static constexpr std::size_t BYTES = BITS / 8;
-  static constexpr double SCALE = static_cast<double>(1LL << (BITS - 1));
-
-  template <typename Sum>
-  static Sum Load(const unsigned char* bytes) {
-    std::int32_t value = 0;
-    if constexpr (BITS == 24) {
-      value =
-          static_cast<std::int32_t>(std::uint32_t{bytes[0]} << 8 | std::uint32_t{bytes[1]} << 16 |
-                                    std::uint32_t{bytes[2]} << 24) >>
-          8;
-    } else {
-      std::conditional_t<BITS == 16, std::int16_t, std::int32_t> stored;
-      std::memcpy(&stored, bytes, sizeof stored);
-      value = stored;
-    }
-    return static_cast<Sum>(value) * static_cast<Sum>(1 / SCALE);
-  }
-
-  template <typename Sum>
-  static void Store(unsigned char* bytes, Sum value) {
-    constexpr auto scale = static_cast<Rounded>(SCALE);
-    Rounded scaled = static_cast<Rounded>(value) * scale;
-    scaled = scaled < -scale ? -scale : scaled;
-    scaled = scaled > scale - 1 ? scale - 1 : scaled;
-    const std::int32_t rounded = Round(scaled);
-    if constexpr (BITS == 24) {
-      bytes[0] = static_cast<unsigned char>(rounded);
-      bytes[1] = static_cast<unsigned char>(rounded >> 8);
-      bytes[2] = static_cast<unsigned char>(rounded >> 16);
-    } else {
-      const auto stored =
-          static_cast<std::conditional_t<BITS == 16, std::int16_t, std::int32_t>>(rounded);
-      std::memcpy(bytes, &stored, sizeof stored);
-    }
-  }
-};
-
-struct Float {
-  using Real = float;
-  static constexpr std::size_t BYTES = 4;
-  template <typename Sum>
-  static Sum Load(const unsigned char* bytes) {
-    float value;
-    std::memcpy(&value, bytes, sizeof value);
-    return value;
-  }
-  template <typename Sum>
-  static void Store(unsigned char* bytes, Sum sum) {
-    const auto value = static_cast<float>(sum);
-    std::memcpy(bytes, &value, sizeof value);
-  }
-};
-
-using Loop = void (*)(unsigned char* out, const unsigned char* const* ins, std::size_t inputs,
-                      std::size_t count);
-
-template <typename In, typename Out>
-using Sum = std::common_type_t<typename In::Real, typename Out::Real>;
-
-template <typename In, typename Out>
-void One(unsigned char* __restrict out, const unsigned char* __restrict a, std::size_t count) {
-  using Real = Sum<In, Out>;
-  for (std::size_t i = 0; i < count; ++i)
-    Out::Store(out + i * Out::BYTES, Real{0.5} * In::template Load<Real>(a + i * In::BYTES));
-}
-
-template <typename In, typename Out>
-void Two(unsigned char* __restrict out, const unsigned char* __restrict a,
-         const unsigned char* __restrict b, std::size_t count) {
-  using Real = Sum<In, Out>;
-  for (std::size_t i = 0; i < count; ++i) {
-    const Real sum =
-        In::template Load<Real>(a + i * In::BYTES) + In::template Load<Real>(b + i * In::BYTES);
-    Out::Store(out + i * Out::BYTES, Real{0.5} * sum);
-  }
-}
-
-template <typename In, typename Out>
-void AddUp(unsigned char* out, const unsigned char* const* ins, std::size_t inputs,
-           std::size_t count) {
-  if (inputs == 1) {
-    One<In, Out>(out, ins[0], count);
+template <typename Out, typename Sum>
+void Put(Byte* out, Sum value) {
+  if constexpr (Out::BITS == 0) {
+    Out::Store(out, static_cast<float>(value));
   } else {
-    Two<In, Out>(out, ins[0], ins[1], count);
+    constexpr auto scale = static_cast<Sum>(1LL << (Out::BITS - 1));
+    Out::Store(out, Round<Out::BITS>(std::min(std::max(value, -scale), scale - 1)));
   }
 }
 
-template <typename In>
-Loop For(const std::string& out) {
-  if (out == "S16_LE") return AddUp<In, Integer<16>>;
-  if (out == "S24_3LE") return AddUp<In, Integer<24>>;
-  if (out == "S32_LE") return AddUp<In, Integer<32>>;
-  return AddUp<In, Float>;
+template <typename In, typename Out>
+using Sum = std::conditional_t<(Out::BITS == 32), double, float>;
+template <typename Codec>
+constexpr double SCALE = Codec::BITS == 0 ? 1 : static_cast<double>(1LL << (Codec::BITS - 1));
+
+struct Gain {
+  template <typename In, typename Out>
+  static void Loop(Byte* __restrict out, const Byte* __restrict a, const Byte*, std::size_t count) {
+    using Real = Sum<In, Out>;
+    for (std::size_t i = 0; i < count; ++i)
+      Put<Out>(out + i * Out::BYTES, Real{0.5} * static_cast<Real>(In::Load(a + i * In::BYTES)));
+  }
+};
+
+struct Mixer {
+  template <typename In, typename Out>
+  static void Loop(Byte* __restrict out, const Byte* __restrict a, const Byte* __restrict b,
+                   std::size_t count) {
+    using Real = Sum<In, Out>;
+    for (std::size_t i = 0; i < count; ++i) {
+      const Real sum = static_cast<Real>(In::Load(a + i * In::BYTES)) +
+                       static_cast<Real>(In::Load(b + i * In::BYTES));
+      Put<Out>(out + i * Out::BYTES, Real{0.5} * sum);
+    }
+  }
+};
+
+struct Convert {
+  template <typename In, typename Out>
+  static void Loop(Byte* __restrict out, const Byte* __restrict a, const Byte*, std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) {
+      const auto value = In::Load(a + i * In::BYTES);
+      if constexpr (In::BITS == 0 || Out::BITS == 0) {
+        using Real = Sum<In, Out>;
+        constexpr Real factor = static_cast<Real>(SCALE<Out> / SCALE<In>);
+        Put<Out>(out + i * Out::BYTES, static_cast<Real>(value) * factor);
+      } else if constexpr (Out::BITS < In::BITS) {
+        constexpr int drop = In::BITS - Out::BITS;
+        using Number = decltype(In::Load(a));
+        constexpr Number half = 1 << (drop - 1);
+        constexpr Number most = static_cast<Number>((1LL << (In::BITS - 1)) - 1 - half);
+        Out::Store(out + i * Out::BYTES,
+                   (std::min(value, most) + (half - 1) + (value >> drop & 1)) >> drop);
+      } else {
+        Out::Store(out + i * Out::BYTES, static_cast<std::int32_t>(static_cast<std::uint32_t>(value)
+                                                                   << (Out::BITS - In::BITS)));
+      }
+    }
+  }
+};
+
+template <typename Codec>
+struct Plain {
+  using Type = Codec;
+};
+template <std::endian ORDER>
+struct Plain<Packed24<ORDER>> {
+  using Type = Word24;
+};
+
+// One word is read or written per sample; the last one has no byte to spare.
+template <std::endian ORDER>
+const Byte* Unpack(const Byte* from, std::int32_t* to, std::size_t count, Packed24<ORDER>) {
+  using Word = Integer<std::uint32_t, ORDER>;
+  const auto left = [](std::int32_t word) { return static_cast<std::uint32_t>(word) << 8; };
+  const auto value = [=](std::int32_t word) {
+    return ORDER == BIG ? word >> 8 : static_cast<std::int32_t>(left(word)) >> 8;
+  };
+  for (std::size_t i = 0; i + 1 < count; ++i)
+    to[i] = value(Word::Load(from + 3 * i));
+  Byte last[4] = {};
+  std::memcpy(last, from + 3 * (count - 1), 3);
+  to[count - 1] = value(Word::Load(last));
+  return reinterpret_cast<const Byte*>(to);
+}
+template <typename Codec>
+const Byte* Unpack(const Byte* from, std::int32_t*, std::size_t, Codec) {
+  return from;
 }
 
-Loop For(const std::string& in, const std::string& out) {
-  if (in == "S16_LE") return For<Integer<16>>(out);
-  if (in == "S24_3LE") return For<Integer<24>>(out);
-  if (in == "S32_LE") return For<Integer<32>>(out);
-  return For<Float>(out);
+template <std::endian ORDER>
+void Pack(const std::int32_t* from, Byte* to, std::size_t count, Packed24<ORDER>) {
+  using Word = Integer<std::uint32_t, ORDER>;
+  constexpr int left = ORDER == BIG ? 8 : 0;
+  const auto word = [](std::int32_t v) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << left);
+  };
+  for (std::size_t i = 0; i + 1 < count; ++i)
+    Word::Store(to + 3 * i, word(from[i]));
+  Byte last[4];
+  Word::Store(last, word(from[count - 1]));
+  std::memcpy(to + 3 * (count - 1), last, 3);
+}
+template <typename Codec>
+void Pack(const std::int32_t*, Byte*, std::size_t, Codec) {}
+
+using Loop = void (*)(Byte* out, const Byte* a, const Byte* b, std::size_t count);
+
+/// `Task`'s loop over all samples; packed ones, which do not vectorise, in pieces of words.
+template <typename Task, typename In, typename Out>
+void Whole(Byte* out, const Byte* a, const Byte* b, std::size_t count) {
+  using PlainIn = typename Plain<In>::Type;
+  using PlainOut = typename Plain<Out>::Type;
+  constexpr bool packs = !std::is_same_v<Out, PlainOut>;
+  constexpr bool plain = std::is_same_v<In, PlainIn> && !packs;
+  if constexpr (plain) return Task::template Loop<In, Out>(out, a, b, count);
+  std::int32_t one[512], two[512], sum[512];
+  for (std::size_t n; count > 0; count -= n) {
+    n = std::min(count, std::size(one));
+    const Byte* const first = Unpack(a, one, n, In());
+    const Byte* const second = b == nullptr ? nullptr : Unpack(b, two, n, In());
+    Task::template Loop<PlainIn, PlainOut>(packs ? reinterpret_cast<Byte*>(sum) : out, first,
+                                           second, n);
+    Pack(sum, out, n, Out());
+    a += n * In::BYTES;
+    if (b != nullptr) b += n * In::BYTES;
+    out += n * Out::BYTES;
+  }
+}
+
+template <typename Use>
+Loop With(const std::string& format, Use use) {
+  if (format == "S16_LE") return use(Integer<std::uint16_t, LITTLE>());
+  if (format == "S16_BE") return use(Integer<std::uint16_t, BIG>());
+  if (format == "S24_3LE") return use(Packed24<LITTLE>());
+  if (format == "S24_3BE") return use(Packed24<BIG>());
+  if (format == "S32_LE") return use(Integer<std::uint32_t, LITTLE>());
+  if (format == "S32_BE") return use(Integer<std::uint32_t, BIG>());
+  if (format == "FLOAT_LE") return use(Float<LITTLE>());
+  if (format == "FLOAT_BE") return use(Float<BIG>());
+  return use(Integer<std::uint8_t, LITTLE>());
+}
+
+Loop For(const std::string& task, const std::string& in, const std::string& out) {
+  return With(in, [&](auto from) {
+    using In = decltype(from);
+    if (task == "gain") return Loop(Whole<Gain, In, In>);
+    if (task == "mixer") return Loop(Whole<Mixer, In, In>);
+    return With(out, [](auto to) { return Loop(Whole<Convert, In, decltype(to)>); });
+  });
 }
 
 class LoopBlock final : public zelk::Block {
@@ -135,13 +230,10 @@ class LoopBlock final : public zelk::Block {
   LoopBlock(bool first, bool last, Loop body) : Block(first, last), loop(body) {}
 
   long ProcessFrame() override {
-    const unsigned char* ins[2] = {};
-    std::size_t inputs = 0;
-    for (; inputs < 2 && inEps[inputs].IsActive(); ++inputs)
-      ins[inputs] = inEps[inputs].FB()->data;
     zelk::FrameBuffer& in = *inEps[0].FB();
     zelk::FrameBuffer& out = *outEps[0].FB();
-    loop(out.data, ins, inputs, static_cast<std::size_t>(in.validSamples) * in.channels);
+    loop(out.data, in.data, inEps[1].IsActive() ? inEps[1].FB()->data : nullptr,
+         static_cast<std::size_t>(in.validSamples) * in.channels);
     out.timestamp = in.timestamp;
     out.validSamples = in.validSamples;
     ClearActiveInEpsData();
@@ -155,5 +247,6 @@ class LoopBlock final : public zelk::Block {
 }  // namespace
 
 ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<std::string>& args) {
-  return args.size() == 2 ? new LoopBlock(first, last, For(args[0], args[1])) : nullptr;
+  if (args.size() != 3) return nullptr;
+  return new LoopBlock(first, last, For(args[0], args[1], args[2]));
 }

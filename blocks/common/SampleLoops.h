@@ -1,6 +1,5 @@
-// How each format is stored, and the loops that all conversions consist of. Only for the files that
-// are compiled as if no number were infinite or NaN (CMakeLists.txt); these loops look for NaN
-// themselves.
+// How each format is stored, and the loops that all conversions consist of; for the files that are
+// compiled to vectorise them (CMakeLists.txt).
 //
 // A format is a template argument, so that a loop knows it: it is looked at once per call, and the
 // compiler vectorises each loop by itself.
@@ -10,34 +9,42 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
-#include <limits>
 #include <type_traits>
 
 namespace zelk::blocks {
 
+// Spelt so that compilers do not see a byte swap, for which baseline x86 has no vector instruction.
+constexpr std::uint8_t Swapped(std::uint8_t word) noexcept {
+  return word;
+}
+constexpr std::uint16_t Swapped(std::uint16_t word) noexcept {
+  return static_cast<std::uint16_t>(word << 8 | word >> 8);
+}
+constexpr std::uint32_t Swapped(std::uint32_t word) noexcept {
+  word = (word >> 8 & 0x00FF00FF) | (word & 0x00FF00FF) * 256;
+  return word << 16 | word >> 16;
+}
+
 /// Numbers of 8, 16 or 32 bits; `Word` is unsigned.
 template <class Word, std::endian Order>
 struct Integers {
+  using Number = std::make_signed_t<Word>;
   static constexpr int bits = 8 * sizeof(Word);
   static constexpr std::size_t bytes = sizeof(Word);
 
-  static std::int32_t Load(const unsigned char* p) noexcept {
+  static Number Load(const unsigned char* p) noexcept {
     Word word;
     std::memcpy(&word, p, sizeof(word));
-    return static_cast<std::make_signed_t<Word>>(Native(word));
+    return static_cast<Number>(Order == std::endian::native ? word : Swapped(word));
   }
   static void Store(unsigned char* p, std::int32_t v) noexcept {
-    const Word word = Native(static_cast<Word>(v));
+    const Word low = static_cast<Word>(v);
+    const Word word = Order == std::endian::native ? low : Swapped(low);
     std::memcpy(p, &word, sizeof(word));
-  }
-  static Word Native(Word word) noexcept {
-    if constexpr (Order == std::endian::native) return word;
-    if constexpr (sizeof(Word) == 2) return __builtin_bswap16(word);
-    if constexpr (sizeof(Word) == 4) return __builtin_bswap32(word);
-    return word;
   }
 };
 
@@ -87,7 +94,6 @@ struct Packed24 {
 /// Floating point, full scale ±1.
 template <class Number, std::endian Order>
 struct Reals {
-  using Bits = std::conditional_t<sizeof(Number) == 4, std::int32_t, std::int64_t>;
   static constexpr int bits = 0;
   static constexpr std::size_t bytes = sizeof(Number);
 
@@ -104,15 +110,6 @@ struct Reals {
     else
       std::memcpy(p, &v, sizeof(v));
   }
-
-  /// NaN becomes 0. Looks at the bits, since the compiler believes that there is no NaN.
-  static Number WithoutNaN(Number v) noexcept {
-    constexpr Bits infinity = sizeof(Number) == 4 ? 0x7F800000 : 0x7FF0000000000000;
-    const auto pattern = std::bit_cast<Bits>(v);
-    const Bits magnitude = pattern & std::numeric_limits<Bits>::max();
-    const Bits isNaN = (infinity - magnitude) >> (8 * sizeof(Number) - 1);
-    return std::bit_cast<Number>(pattern & ~isNaN);
-  }
 };
 template <class Number>
 using Native = Reals<Number, std::endian::native>;
@@ -124,13 +121,13 @@ inline constexpr bool isReal = Codec::bits == 0;
 template <class Codec>
 inline constexpr double steps = isReal<Codec> ? 1 : static_cast<double>(1LL << (Codec::bits - 1));
 
-// To nearest, ties to even, by adding a number so large that the fraction falls out of the
-// mantissa: baseline x86 does not vectorise `lrint`. Either the sum's lowest bits are the integer,
-// or, with 24 bits, for which a float's mantissa has no room beside a sign, the large number is
-// taken off again.
+// To nearest, ties to even, in the lowest bits of the result, by adding a number so large that the
+// fraction falls out of the mantissa: baseline x86 does not vectorise `lrint`. With 24 bits a
+// float's mantissa has no room for a sign beside them, and the large number has to be taken off
+// again.
 template <int Bits>
 std::int32_t Round(float v) noexcept {
-  if constexpr (Bits <= 16) return std::bit_cast<std::int32_t>(v + 0x1.8p23F) - 0x4B400000;
+  if constexpr (Bits <= 16) return std::bit_cast<std::int32_t>(v + 0x1.8p23F);
   const std::uint32_t sign = std::bit_cast<std::uint32_t>(v) & 0x80000000;
   const float large = std::bit_cast<float>(sign | std::bit_cast<std::uint32_t>(0x1p23F));
   return static_cast<std::int32_t>((v + large) - large);
@@ -141,13 +138,28 @@ std::int32_t Round(double v) noexcept {
       static_cast<std::uint32_t>(std::bit_cast<std::uint64_t>(v + 0x1.8p52)));
 }
 
+/// The range of an integer format, in a form that is no constant to the compiler: else g++ makes
+/// branches of the two comparisons, which it does not vectorise.
 template <class Codec, class Work>
-void StoreNumber(unsigned char* p, Work v) noexcept {
+struct Range {
+  Range() noexcept {
+    const volatile Work least = static_cast<Work>(-steps<Codec>);
+    lowest = least;
+    highest = -lowest - 1;
+  }
+  Work lowest;
+  Work highest;
+};
+
+template <class Codec, class Work>
+void StoreNumber(unsigned char* p, Work v, const Range<Codec, Work>& range) noexcept {
   if constexpr (isReal<Codec>) {
     Codec::Store(p, static_cast<decltype(Codec::Load(p))>(v));
   } else {
-    constexpr Work lowest = static_cast<Work>(-steps<Codec>);
-    Codec::Store(p, Round<Codec::bits>(std::min(std::max(v, lowest), -lowest - Work{1})));
+    // In this order and sense each becomes one instruction.
+    v = v > range.lowest ? v : range.lowest;
+    v = v < range.highest ? v : range.highest;
+    Codec::Store(p, Round<Codec::bits>(v));
   }
 }
 
@@ -166,10 +178,11 @@ struct TimesFactor {
                    std::size_t n, Factor factor) noexcept {
     using Work =
         std::conditional_t<std::is_same_v<Factor, Unchanged>, decltype(In::Load(src)), Factor>;
+    const Range<Out, Work> range;
     for (std::size_t i = 0; i < n; ++i) {
       auto v = In::Load(src + i * In::bytes);
-      if constexpr (isReal<In> && !isReal<Out>) v = In::WithoutNaN(v);
-      StoreNumber<Out>(dst + i * Out::bytes, static_cast<Work>(v) * factor);
+      if constexpr (isReal<In> && !isReal<Out>) v = std::isnan(v) ? 0 : v;
+      StoreNumber(dst + i * Out::bytes, static_cast<Work>(v) * factor, range);
     }
   }
 };
@@ -193,14 +206,18 @@ struct Requantise {
   static void Loop(const unsigned char* __restrict src, unsigned char* __restrict dst,
                    std::size_t n, Factor) noexcept {
     for (std::size_t i = 0; i < n; ++i) {
-      const auto raw = static_cast<std::uint32_t>(In::Load(src + i * In::bytes));
-      auto v = static_cast<std::int32_t>(raw << (32 - In::bits));
+      const auto v = In::Load(src + i * In::bytes);
+      unsigned char* const to = dst + i * Out::bytes;
       if constexpr (Out::bits < In::bits) {
-        constexpr std::int32_t half = 1 << (31 - Out::bits);
-        const std::int32_t odd = v >> (32 - Out::bits) & 1;
-        v = std::min(v, std::numeric_limits<std::int32_t>::max() - half) + (half - 1) + odd;
+        using Number = typename In::Number;
+        constexpr int drop = In::bits - Out::bits;
+        constexpr Number half = 1 << (drop - 1);
+        constexpr Number most = static_cast<Number>((1LL << (In::bits - 1)) - 1 - half);
+        Out::Store(to, (std::min(v, most) + (half - 1) + (v >> drop & 1)) >> drop);
+      } else {
+        constexpr int more = Out::bits - In::bits;
+        Out::Store(to, static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << more));
       }
-      Out::Store(dst + i * Out::bytes, v >> (32 - Out::bits));
     }
   }
 };
