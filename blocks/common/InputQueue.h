@@ -31,13 +31,16 @@ class InputQueue {
   long Kept() const { return static_cast<long>((kept.size() - begin) / unit); }
   long Available() const { return Kept() + frame.validSamples; }
 
+  /// Samples that one `Pop()` can give.
+  long InOnePlace() const { return Kept() > 0 ? Kept() : frame.validSamples; }
+
   /// Borrows `taken` until `Keep()`.
   void Push(const FrameBuffer& taken) { frame = taken; }
 
   /// Takes up to `samples` from the front, all from one place: where they are, and how many.
   const unsigned char* Pop(long& samples) {
     const bool old = Kept() > 0;
-    samples = std::min(samples, old ? Kept() : frame.validSamples);
+    samples = std::min(samples, InOnePlace());
     const std::size_t bytes = static_cast<std::size_t>(samples) * unit;
     if (old) return kept.data() + (begin += bytes) - bytes;
     frame.validSamples -= samples;

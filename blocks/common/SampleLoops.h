@@ -200,6 +200,15 @@ struct AddTimesFactor {
   }
 };
 
+/// dst = a * aFactor + b * bFactor; `Real` is what `dst` consists of.
+template <class In, class Real>
+void SumLoop(const unsigned char* __restrict a, Real aFactor, const unsigned char* __restrict b,
+             Real bFactor, Real* __restrict dst, std::size_t n) noexcept {
+  for (std::size_t i = 0; i < n; ++i)
+    dst[i] = static_cast<Real>(In::Load(a + i * In::bytes)) * aFactor +
+             static_cast<Real>(In::Load(b + i * In::bytes)) * bFactor;
+}
+
 /// dst = src, both integers: the same part of full scale, rounded to nearest, ties to even.
 struct Requantise {
   template <class In, class Out, class Factor>

@@ -34,6 +34,21 @@ void AddDecoded(SampleFormat format, const unsigned char* src, Real* sum, std::s
 }
 
 template <class Real>
+void SumDecoded(SampleFormat format, const unsigned char* a, Real aFactor, const unsigned char* b,
+                Real bFactor, Real* dst, std::size_t count) noexcept {
+  WithCodec(format, [=](auto in) {
+    using In = decltype(in);
+    constexpr Real step = static_cast<Real>(1 / steps<In>);
+    if constexpr (In::bytes == 3) {  // unpacking is what takes the time
+      DecodeTimes(format, a, dst, count, aFactor);
+      AddDecoded(format, b, dst, count, bFactor);
+    } else {
+      SumLoop<In>(a, aFactor * step, b, bFactor * step, dst, count);
+    }
+  });
+}
+
+template <class Real>
 void EncodeFrom(SampleFormat format, const Real* src, unsigned char* dst,
                 std::size_t count) noexcept {
   WithCodec(format, [=](auto out) {
@@ -64,6 +79,15 @@ void AddTo(float* sum, SampleFormat format, const unsigned char* src, std::size_
 void AddTo(double* sum, SampleFormat format, const unsigned char* src, std::size_t count,
            double factor) noexcept {
   AddDecoded(format, src, sum, count, factor);
+}
+
+void Sum(SampleFormat format, const unsigned char* a, float aFactor, const unsigned char* b,
+         float bFactor, float* dst, std::size_t count) noexcept {
+  SumDecoded(format, a, aFactor, b, bFactor, dst, count);
+}
+void Sum(SampleFormat format, const unsigned char* a, double aFactor, const unsigned char* b,
+         double bFactor, double* dst, std::size_t count) noexcept {
+  SumDecoded(format, a, aFactor, b, bFactor, dst, count);
 }
 
 void Encode(SampleFormat format, const float* src, unsigned char* dst, std::size_t count) noexcept {

@@ -32,6 +32,12 @@ void AddTo(float* sum, SampleFormat format, const unsigned char* src, std::size_
 void AddTo(double* sum, SampleFormat format, const unsigned char* src, std::size_t count,
            double factor) noexcept;
 
+/// `Decode()` of `a` and `AddTo()` of `b` in one pass. [any-thread, real-time safe]
+void Sum(SampleFormat format, const unsigned char* a, float aFactor, const unsigned char* b,
+         float bFactor, float* dst, std::size_t count) noexcept;
+void Sum(SampleFormat format, const unsigned char* a, double aFactor, const unsigned char* b,
+         double bFactor, double* dst, std::size_t count) noexcept;
+
 /// The way back. Integers are rounded to nearest (ties to even) and clipped to their range, NaN is
 /// 0; so decoding and encoding returns every integer of up to 24 bits, and of 32 bits in double.
 /// Float samples pass as they are, beyond ±1.0 and NaN too. [any-thread, real-time safe]
