@@ -143,41 +143,54 @@ struct Plain<Packed24<ORDER>> {
   using Type = Word24;
 };
 
-// One word is read or written per sample; the last one has no byte to spare.
+// One word is read or written per sample, four in a row; the last ones have no byte to spare. Bytes
+// are swapped by the built-in function here, since nothing is vectorised.
 template <std::endian ORDER>
-const Byte* Unpack(const Byte* from, std::int32_t* to, std::size_t count, Packed24<ORDER>) {
-  using Word = Integer<std::uint32_t, ORDER>;
-  const auto left = [](std::int32_t word) { return static_cast<std::uint32_t>(word) << 8; };
-  const auto value = [=](std::int32_t word) {
-    return ORDER == BIG ? word >> 8 : static_cast<std::int32_t>(left(word)) >> 8;
-  };
-  for (std::size_t i = 0; i + 1 < count; ++i)
-    to[i] = value(Word::Load(from + 3 * i));
-  Byte last[4] = {};
-  std::memcpy(last, from + 3 * (count - 1), 3);
-  to[count - 1] = value(Word::Load(last));
-  return reinterpret_cast<const Byte*>(to);
+std::int32_t LoadWord(const Byte* p) {
+  std::uint32_t word;
+  std::memcpy(&word, p, 4);
+  if constexpr (ORDER != std::endian::native) word = __builtin_bswap32(word);
+  return static_cast<std::int32_t>(ORDER == BIG ? word : word << 8) >> 8;
 }
+template <std::endian ORDER>
+void StoreWord(Byte* p, std::int32_t value) {
+  std::uint32_t word = static_cast<std::uint32_t>(value) << (ORDER == BIG ? 8 : 0);
+  if constexpr (ORDER != std::endian::native) word = __builtin_bswap32(word);
+  std::memcpy(p, &word, 4);
+}
+
 template <typename Codec>
 const Byte* Unpack(const Byte* from, std::int32_t*, std::size_t, Codec) {
   return from;
 }
-
 template <std::endian ORDER>
-void Pack(const std::int32_t* from, Byte* to, std::size_t count, Packed24<ORDER>) {
-  using Word = Integer<std::uint32_t, ORDER>;
-  constexpr int left = ORDER == BIG ? 8 : 0;
-  const auto word = [](std::int32_t v) {
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << left);
-  };
-  for (std::size_t i = 0; i + 1 < count; ++i)
-    Word::Store(to + 3 * i, word(from[i]));
-  Byte last[4];
-  Word::Store(last, word(from[count - 1]));
-  std::memcpy(to + 3 * (count - 1), last, 3);
+const Byte* Unpack(const Byte* from, std::int32_t* to, std::size_t count, Packed24<ORDER>) {
+  std::size_t i = 0;
+  for (; i + 4 < count; i += 4)
+    for (std::size_t k = i; k < i + 4; ++k)
+      to[k] = LoadWord<ORDER>(from + 3 * k);
+  for (; i < count; ++i) {
+    Byte last[4] = {};
+    std::memcpy(last, from + 3 * i, 3);
+    to[i] = LoadWord<ORDER>(last);
+  }
+  return reinterpret_cast<const Byte*>(to);
 }
+
 template <typename Codec>
 void Pack(const std::int32_t*, Byte*, std::size_t, Codec) {}
+template <std::endian ORDER>
+void Pack(const std::int32_t* from, Byte* to, std::size_t count, Packed24<ORDER>) {
+  std::size_t i = 0;
+  for (; i + 4 < count; i += 4)
+    for (std::size_t k = i; k < i + 4; ++k)
+      StoreWord<ORDER>(to + 3 * k, from[k]);
+  for (; i < count; ++i) {
+    Byte last[4];
+    StoreWord<ORDER>(last, from[i]);
+    std::memcpy(to + 3 * i, last, 3);
+  }
+}
 
 using Loop = void (*)(Byte* out, const Byte* a, const Byte* b, std::size_t count);
 

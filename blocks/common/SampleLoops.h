@@ -1,125 +1,18 @@
-// How each format is stored, and the loops that all conversions consist of; for the files that are
-// compiled to vectorise them (CMakeLists.txt).
-//
-// A format is a template argument, so that a loop knows it: it is looked at once per call, and the
-// compiler vectorises each loop by itself.
+// The loops that all conversions consist of, for the files that are compiled to vectorise them
+// (CMakeLists.txt): formats are looked at once per call, and each loop is vectorised by itself.
 #pragma once
 
+#include "common/SampleCodecs.h"
 #include "common/Samples.h"
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <type_traits>
 
 namespace zelk::blocks {
-
-// Spelt so that compilers do not see a byte swap, for which baseline x86 has no vector instruction.
-constexpr std::uint8_t Swapped(std::uint8_t word) noexcept {
-  return word;
-}
-constexpr std::uint16_t Swapped(std::uint16_t word) noexcept {
-  return static_cast<std::uint16_t>(word << 8 | word >> 8);
-}
-constexpr std::uint32_t Swapped(std::uint32_t word) noexcept {
-  word = (word >> 8 & 0x00FF00FF) | (word & 0x00FF00FF) * 256;
-  return word << 16 | word >> 16;
-}
-
-/// Numbers of 8, 16 or 32 bits; `Word` is unsigned.
-template <class Word, std::endian Order>
-struct Integers {
-  using Number = std::make_signed_t<Word>;
-  static constexpr int bits = 8 * sizeof(Word);
-  static constexpr std::size_t bytes = sizeof(Word);
-
-  static Number Load(const unsigned char* p) noexcept {
-    Word word;
-    std::memcpy(&word, p, sizeof(word));
-    return static_cast<Number>(Order == std::endian::native ? word : Swapped(word));
-  }
-  static void Store(unsigned char* p, std::int32_t v) noexcept {
-    const Word low = static_cast<Word>(v);
-    const Word word = Order == std::endian::native ? low : Swapped(low);
-    std::memcpy(p, &word, sizeof(word));
-  }
-};
-
-/// 24 bits in the low end of a native word.
-struct Unpacked24 : Integers<std::uint32_t, std::endian::native> {
-  static constexpr int bits = 24;
-};
-
-/// 24 bits in three bytes, which no vectoriser likes: they pass through words.
-template <std::endian Order>
-struct Packed24 {
-  using Word = Integers<std::uint32_t, Order>;
-  static constexpr int bits = 24;
-  static constexpr std::size_t bytes = 3;
-  static constexpr bool atLowEnd = Order == std::endian::little;
-
-  /// Reads whole words, but nothing behind the last sample.
-  static void Unpack(const unsigned char* src, std::int32_t* dst, std::size_t n) noexcept {
-    for (std::size_t i = 0; i + 1 < n; ++i)
-      dst[i] = FromWord(Word::Load(src + 3 * i));
-    if (n == 0) return;
-    unsigned char last[4] = {};
-    std::memcpy(last, src + 3 * (n - 1), 3);
-    dst[n - 1] = FromWord(Word::Load(last));
-  }
-
-  /// Writes whole words, each over the surplus byte of the one before.
-  static void Pack(const std::int32_t* src, unsigned char* dst, std::size_t n) noexcept {
-    for (std::size_t i = 0; i + 1 < n; ++i)
-      Word::Store(dst + 3 * i, ToWord(src[i]));
-    if (n == 0) return;
-    unsigned char last[4];
-    Word::Store(last, ToWord(src[n - 1]));
-    std::memcpy(dst + 3 * (n - 1), last, 3);
-  }
-
- private:
-  static std::int32_t FromWord(std::int32_t word) noexcept {
-    if constexpr (!atLowEnd) return word >> 8;
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(word) << 8) >> 8;
-  }
-  static std::int32_t ToWord(std::int32_t v) noexcept {
-    return atLowEnd ? v : static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << 8);
-  }
-};
-
-/// Floating point, full scale ±1.
-template <class Number, std::endian Order>
-struct Reals {
-  static constexpr int bits = 0;
-  static constexpr std::size_t bytes = sizeof(Number);
-
-  static Number Load(const unsigned char* p) noexcept {
-    if constexpr (Order != std::endian::native)
-      return std::bit_cast<Number>(Integers<std::uint32_t, Order>::Load(p));
-    Number number;
-    std::memcpy(&number, p, sizeof(number));
-    return number;
-  }
-  static void Store(unsigned char* p, Number v) noexcept {
-    if constexpr (Order != std::endian::native)
-      Integers<std::uint32_t, Order>::Store(p, std::bit_cast<std::int32_t>(v));
-    else
-      std::memcpy(p, &v, sizeof(v));
-  }
-};
-template <class Number>
-using Native = Reals<Number, std::endian::native>;
-
-template <class Codec>
-inline constexpr bool isReal = Codec::bits == 0;
-
-/// Steps from zero to full scale.
-template <class Codec>
-inline constexpr double steps = isReal<Codec> ? 1 : static_cast<double>(1LL << (Codec::bits - 1));
 
 // To nearest, ties to even, in the lowest bits of the result, by adding a number so large that the
 // fraction falls out of the mantissa: baseline x86 does not vectorise `lrint`. With 24 bits a
@@ -231,15 +124,6 @@ struct Requantise {
   }
 };
 
-template <class Codec>
-struct UnpackedOf {
-  using Type = Codec;
-};
-template <std::endian Order>
-struct UnpackedOf<Packed24<Order>> {
-  using Type = Unpacked24;
-};
-
 /// Runs `Kind`'s loop over `n` samples; packed ones in pieces that stay in the nearest cache.
 template <class Kind, class In, class Out, class Factor>
 void Run(const unsigned char* src, unsigned char* dst, std::size_t n, Factor factor) noexcept {
@@ -264,33 +148,6 @@ void Run(const unsigned char* src, unsigned char* dst, std::size_t n, Factor fac
     src += count * In::bytes;
     dst += count * Out::bytes;
     n -= count;
-  }
-}
-
-/// Calls `use` with the codec of `format`.
-template <class Use>
-void WithCodec(SampleFormat format, Use&& use) noexcept {
-  constexpr auto le = std::endian::little;
-  constexpr auto be = std::endian::big;
-  switch (format) {
-    case BYTE:
-      return use(Integers<std::uint8_t, std::endian::native>{});
-    case S16_LE:
-      return use(Integers<std::uint16_t, le>{});
-    case S16_BE:
-      return use(Integers<std::uint16_t, be>{});
-    case S32_LE:
-      return use(Integers<std::uint32_t, le>{});
-    case S32_BE:
-      return use(Integers<std::uint32_t, be>{});
-    case S24_3LE:
-      return use(Packed24<le>{});
-    case S24_3BE:
-      return use(Packed24<be>{});
-    case FLOAT_LE:
-      return use(Reals<float, le>{});
-    case FLOAT_BE:
-      return use(Reals<float, be>{});
   }
 }
 
