@@ -129,6 +129,88 @@ TEST(SampleConversion, ConvertWidensExactlyAndNarrowsByRounding) {
   EXPECT_EQ((Bytes{0x7F, 0xFF, 0x00, 0x01, 0x00, 0x02}), shallow);
 }
 
+// One sample at a time, by the definition: what the vectorised loops must come to, whatever the
+// number of samples and wherever they lie.
+double Value(SampleFormat format, const unsigned char* p) {
+  const std::size_t bytes = BytesPerSample(format);
+  const bool bigEndian =
+      format == S16_BE || format == S24_3BE || format == S32_BE || format == FLOAT_BE;
+  std::uint32_t word = 0;
+  for (std::size_t i = 0; i < bytes; ++i)
+    word |= std::uint32_t{p[bigEndian ? bytes - 1 - i : i]} << (8 * i);
+  if (format == FLOAT_LE || format == FLOAT_BE) {
+    float number = 0;
+    std::memcpy(&number, &word, 4);
+    return double{number};
+  }
+  const auto full = static_cast<std::int32_t>(word << (32 - 8 * bytes));
+  return full * 0x1p-31;
+}
+
+/// Samples of all sizes with the ends of the range among them, at an odd address.
+Bytes Various(SampleFormat format, std::size_t count, unsigned int seed) {
+  std::minstd_rand random(seed);
+  std::vector<double> values(count);
+  for (std::size_t i = 0; i < count; ++i)
+    values[i] = i % 7 == 3 ? (random() % 2 == 0 ? -1.0 : 1.0)
+                           : std::ldexp(static_cast<double>(random()), -31) - 0.3;
+  Bytes bytes = {0};
+  for (const unsigned char byte : Encoded<double>(format, values))
+    bytes.push_back(byte);
+  return bytes;
+}
+
+class Loops : public testing::TestWithParam<SampleFormat> {
+ protected:
+  const SampleFormat format = GetParam();
+  const std::size_t unit = BytesPerSample(format);
+};
+
+TEST_P(Loops, ComeToTheSameForEveryLengthAndPair) {
+  for (std::size_t count = 0; count <= 70; ++count) {
+    const Bytes in = Various(format, count, static_cast<unsigned int>(count));
+    for (std::uint32_t f = 0; f < SAMPLE_FORMATS; ++f) {
+      const auto to = static_cast<SampleFormat>(f);
+      std::vector<double> values;
+      for (std::size_t i = 0; i < count; ++i)
+        values.push_back(Value(format, &in[1 + i * unit]));
+      const Bytes expected = Encoded<double>(to, values);
+      Bytes out(1 + expected.size() + 1, 0xEE);
+      Convert(format, &in[1], to, &out[1], count);
+      ASSERT_EQ(0xEE, out.front());
+      ASSERT_EQ(0xEE, out.back());
+      ASSERT_EQ(expected, Bytes(out.begin() + 1, out.end() - 1))
+          << count << " to " << FormatToString(to);
+    }
+  }
+}
+
+TEST_P(Loops, DecodeAddAndScaleByAFactor) {
+  for (std::size_t count = 0; count <= 70; ++count) {
+    const Bytes a = Various(format, count, 5);
+    const Bytes b = Various(format, count, 6);
+    std::vector<double> decoded(count), added(count, 0.25), sum(count), scaled;
+    Decode(format, &a[1], decoded.data(), count, 0.5);
+    AddTo(added.data(), format, &a[1], count, 0.5);
+    Sum(format, &a[1], 0.5, &b[1], 0.125, sum.data(), count);
+    for (std::size_t i = 0; i < count; ++i) {
+      const double half = Value(format, &a[1 + i * unit]) / 2;
+      ASSERT_EQ(half, decoded[i]) << count;
+      ASSERT_EQ(0.25 + half, added[i]) << count;
+      ASSERT_EQ(half + Value(format, &b[1 + i * unit]) / 8, sum[i]) << count;
+      scaled.push_back(half);
+    }
+    Bytes out(1 + count * unit + 1, 0xEE);
+    Scale(format, &a[1], &out[1], count, 0.5);
+    ASSERT_EQ(0xEE, out.back());
+    ASSERT_EQ(Encoded<double>(format, scaled), Bytes(out.begin() + 1, out.end() - 1)) << count;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Loops,
+                         testing::Values(BYTE, S16_LE, S16_BE, S32_LE, S32_BE, FLOAT_LE, FLOAT_BE,
+                                         S24_3LE, S24_3BE));
+
 TEST(SampleConversion, AFormatOutsideTheNineTouchesNothing) {
   const auto wild = static_cast<SampleFormat>(12);
   float value = 0.5F;

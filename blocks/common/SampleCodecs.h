@@ -84,7 +84,7 @@ struct Packed24 {
   static std::int32_t Load(const unsigned char* p) noexcept {
     std::uint32_t word;
     std::memcpy(&word, p, 4);
-    if constexpr (Order != std::endian::native) word = __builtin_bswap32(word);
+    if constexpr (Order != std::endian::native) word = Swapped(word);
     if constexpr (Order == std::endian::little) word <<= 8;
     return static_cast<std::int32_t>(word) >> 8;
   }

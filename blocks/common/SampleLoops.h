@@ -116,6 +116,8 @@ struct Requantise {
         constexpr Number half = 1 << (drop - 1);
         constexpr Number most = static_cast<Number>((1LL << (In::bits - 1)) - 1 - half);
         Out::Store(to, (std::min(v, most) + (half - 1) + (v >> drop & 1)) >> drop);
+      } else if constexpr (Out::bits == In::bits) {
+        Out::Store(to, v);
       } else {
         constexpr int more = Out::bits - In::bits;
         Out::Store(to, static_cast<std::int32_t>(static_cast<std::uint32_t>(v) << more));
