@@ -67,8 +67,9 @@ struct Unchanged {
 /// dst = src * factor, where numbers of integer formats count in steps.
 struct TimesFactor {
   template <class In, class Out, class Factor>
-  static void Loop(const unsigned char* __restrict src, unsigned char* __restrict dst,
-                   std::size_t n, Factor factor) noexcept {
+  [[gnu::noinline]] static void Loop(const unsigned char* __restrict src,
+                                     unsigned char* __restrict dst, std::size_t n,
+                                     Factor factor) noexcept {
     using Work =
         std::conditional_t<std::is_same_v<Factor, Unchanged>, decltype(In::Load(src)), Factor>;
     const Range<Out, Work> range;
@@ -83,8 +84,9 @@ struct TimesFactor {
 /// dst += src * factor; `dst` is floating point.
 struct AddTimesFactor {
   template <class In, class Out, class Factor>
-  static void Loop(const unsigned char* __restrict src, unsigned char* __restrict dst,
-                   std::size_t n, Factor factor) noexcept {
+  [[gnu::noinline]] static void Loop(const unsigned char* __restrict src,
+                                     unsigned char* __restrict dst, std::size_t n,
+                                     Factor factor) noexcept {
     for (std::size_t i = 0; i < n; ++i) {
       unsigned char* const to = dst + i * Out::bytes;
       const auto v = static_cast<Factor>(In::Load(src + i * In::bytes));
@@ -95,8 +97,9 @@ struct AddTimesFactor {
 
 /// dst = a * aFactor + b * bFactor; `Real` is what `dst` consists of.
 template <class In, class Real>
-void SumLoop(const unsigned char* __restrict a, Real aFactor, const unsigned char* __restrict b,
-             Real bFactor, Real* __restrict dst, std::size_t n) noexcept {
+[[gnu::noinline]] void SumLoop(const unsigned char* __restrict a, Real aFactor,
+                               const unsigned char* __restrict b, Real bFactor,
+                               Real* __restrict dst, std::size_t n) noexcept {
   for (std::size_t i = 0; i < n; ++i)
     dst[i] = static_cast<Real>(In::Load(a + i * In::bytes)) * aFactor +
              static_cast<Real>(In::Load(b + i * In::bytes)) * bFactor;
@@ -105,8 +108,9 @@ void SumLoop(const unsigned char* __restrict a, Real aFactor, const unsigned cha
 /// dst = src, both integers: the same part of full scale, rounded to nearest, ties to even.
 struct Requantise {
   template <class In, class Out, class Factor>
-  static void Loop(const unsigned char* __restrict src, unsigned char* __restrict dst,
-                   std::size_t n, Factor) noexcept {
+  [[gnu::noinline]] static void Loop(const unsigned char* __restrict src,
+                                     unsigned char* __restrict dst, std::size_t n,
+                                     Factor) noexcept {
     for (std::size_t i = 0; i < n; ++i) {
       const auto v = In::Load(src + i * In::bytes);
       unsigned char* const to = dst + i * Out::bytes;
