@@ -74,9 +74,9 @@ struct TimesFactor {
         std::conditional_t<std::is_same_v<Factor, Unchanged>, decltype(In::Load(src)), Factor>;
     const Range<Out, Work> range;
     for (std::size_t i = 0; i < n; ++i) {
-      auto v = In::Load(src + i * In::bytes);
+      auto v = static_cast<Work>(In::Load(src + i * In::bytes));
       if constexpr (isReal<In> && !isReal<Out>) v = std::isnan(v) ? 0 : v;
-      StoreNumber(dst + i * Out::bytes, static_cast<Work>(v) * factor, range);
+      StoreNumber(dst + i * Out::bytes, v * factor, range);
     }
   }
 };
