@@ -137,14 +137,13 @@ double Value(SampleFormat format, const unsigned char* p) {
       format == S16_BE || format == S24_3BE || format == S32_BE || format == FLOAT_BE;
   std::uint32_t word = 0;
   for (std::size_t i = 0; i < bytes; ++i)
-    word |= std::uint32_t{p[bigEndian ? bytes - 1 - i : i]} << (8 * i);
+    word |= std::uint32_t{p[bigEndian ? bytes - 1 - i : i]} << (8 * (4 - bytes + i));
   if (format == FLOAT_LE || format == FLOAT_BE) {
     float number = 0;
     std::memcpy(&number, &word, 4);
     return double{number};
   }
-  const auto full = static_cast<std::int32_t>(word << (32 - 8 * bytes));
-  return full * 0x1p-31;
+  return static_cast<std::int32_t>(word) * 0x1p-31;
 }
 
 /// Samples of all sizes with the ends of the range among them, at an odd address.

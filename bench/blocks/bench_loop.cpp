@@ -14,7 +14,6 @@
 
 namespace {
 
-using zelk::SampleFormat;
 using Byte = unsigned char;
 constexpr auto LITTLE = std::endian::little;
 constexpr auto BIG = std::endian::big;
