@@ -172,6 +172,8 @@ class alignas(64) ZELK_EXPORT Block {
   template <typename Map, typename Port, typename Hook>
   int Linked(const char* function, const char* side, Map& active, std::uint32_t& mask, Port& ep,
              Hook&& hook);
+  void Commit();
+  void Prefetch() const;
   void Dump(OutputEndpoint& ep);
   void AppendToDump(OutputEndpoint& ep);
 };

@@ -1,7 +1,5 @@
-// The commit of a frame: descriptors travel across the links, samples stay where they are.
-#include <zelk/Block.h>
-
-#include <bit>
+// The commit as blocks that are tested alone call it, and the dump of committed frames.
+#include "Block/Commit.h"
 
 #include "Boundary.h"
 #include "Link/Link.h"
@@ -12,20 +10,7 @@ namespace zelk {
 static constexpr char LOG_TAG[] = "src/Block";
 
 int Block::CommitFrame() {
-  // A port without a peer belongs to a block that is tested alone.
-  for (std::uint32_t rest = activeIns; rest != 0; rest &= rest - 1) {
-    InputEndpoint& ep = inEps[std::countr_zero(rest)];
-    if (ep.peer == nullptr) continue;
-    ep.peer->fb = ep.fb;
-    ep.view->PublishBackward(ep.fb);
-  }
-  for (std::uint32_t rest = activeOuts; rest != 0; rest &= rest - 1) {
-    OutputEndpoint& ep = outEps[std::countr_zero(rest)];
-    if (ep.peer == nullptr) continue;
-    ep.peer->fb = ep.fb;
-    ep.view->PublishForward(ep.fb);
-    if (dumpPath != nullptr && !dumpPath->empty()) Dump(ep);
-  }
+  Commit();
   return 0;
 }
 

@@ -5,51 +5,51 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace zelk {
 
-/// The last published descriptor of one end of a link. Written by the route thread, read anywhere;
-/// the fields are relaxed, so a reader may see fields of neighbouring frames.
+/// A published descriptor. Written by the route thread, read anywhere; the fields are relaxed, so a
+/// reader may see fields of neighbouring frames. `data` and `validSamples` are not published.
 class LiveDescriptor {
  public:
   void Publish(const FrameBuffer& fb) noexcept {
-    rate.store(fb.rate, std::memory_order_relaxed);
-    format.store(fb.format, std::memory_order_relaxed);
-    channels.store(fb.channels, std::memory_order_relaxed);
-    samplesPerFrame.store(fb.samplesPerFrame, std::memory_order_relaxed);
     timestamp.store(fb.timestamp, std::memory_order_relaxed);
+    form.store(FormOf(fb), std::memory_order_relaxed);
+    samplesPerFrame.store(fb.samplesPerFrame, std::memory_order_relaxed);
+    rate.store(fb.rate, std::memory_order_relaxed);
   }
 
-  /// Whether publishing would change anything but perhaps the time.
-  bool Fits(const FrameBuffer& fb) const noexcept {
-    return fb.samplesPerFrame == samplesPerFrame.load(std::memory_order_relaxed) &&
-           fb.rate == rate.load(std::memory_order_relaxed) &&
-           fb.format == format.load(std::memory_order_relaxed) &&
-           fb.channels == channels.load(std::memory_order_relaxed);
+  /// Until it is published again. What it holds stays whole for who is just reading it.
+  void Invalidate() noexcept {
+    rate.store(rate.load(std::memory_order_relaxed) | INVALID, std::memory_order_relaxed);
   }
+  bool IsValid() const noexcept { return rate.load(std::memory_order_relaxed) < INVALID; }
 
-  void PublishTime(long long time) noexcept { timestamp.store(time, std::memory_order_relaxed); }
-
-  long long Time() const noexcept { return timestamp.load(std::memory_order_relaxed); }
-
-  /// `data` and `validSamples` are not published.
   FrameBuffer Read() const noexcept {
     FrameBuffer fb;
-    fb.rate = rate.load(std::memory_order_relaxed);
-    fb.format = format.load(std::memory_order_relaxed);
-    fb.channels = channels.load(std::memory_order_relaxed);
+    const std::uint64_t both = form.load(std::memory_order_relaxed);
+    fb.format = static_cast<SampleFormat>(static_cast<std::uint32_t>(both));
+    fb.channels = static_cast<std::uint32_t>(both >> 32);
     fb.samplesPerFrame = samplesPerFrame.load(std::memory_order_relaxed);
+    fb.rate = static_cast<std::uint32_t>(rate.load(std::memory_order_relaxed));
     fb.timestamp = timestamp.load(std::memory_order_relaxed);
     return fb;
   }
 
  private:
+  // Format and channels in one word, as they lie in the descriptor.
+  static std::uint64_t FormOf(const FrameBuffer& fb) noexcept {
+    return fb.format | std::uint64_t{fb.channels} << 32;
+  }
+
+  static constexpr std::uint64_t INVALID = std::uint64_t{1} << 32;  // a bit above every rate
+
+  std::atomic<std::uint64_t> form{0};
   std::atomic<long> samplesPerFrame{0};
   std::atomic<long long> timestamp{-1};
-  std::atomic<unsigned int> rate{0};
-  std::atomic<SampleFormat> format{BYTE};
-  std::atomic<unsigned int> channels{0};
+  std::atomic<std::uint64_t> rate{INVALID};
 };
 
 /// Constant from the moment the link is connected, but for the two live descriptors. Shared by the
@@ -65,36 +65,26 @@ struct LinkView {
   bool sinkIsLast = false;
   const void* link = nullptr;  ///< identity only: the link may be gone
 
-  // In a cache line of their own, which every commit writes.
-  alignas(64) LiveDescriptor out;
-  LiveDescriptor in;
+  /// The descriptors at the two ends. [any-thread]
+  FrameBuffer Out() const noexcept { return (committed.IsValid() ? committed : out).Read(); }
+  FrameBuffer In() const noexcept { return (committed.IsValid() ? committed : in).Read(); }
 
-  /// Publishes each end as it is.
+  /// Publishes each end as it is. [route-thread]
   void Publish(const FrameBuffer& outFb, const FrameBuffer& inFb) noexcept {
     out.Publish(outFb);
     in.Publish(inFb);
-    even = false;
+    committed.Invalidate();
   }
 
-  /// Publish a commit, which makes both ends equal. Mostly just the time has changed since the last
-  /// one, and on the way back not even that.
-  void PublishForward(const FrameBuffer& fb) noexcept {
-    if (!even || !out.Fits(fb)) return PublishBoth(fb);
-    out.PublishTime(fb.timestamp);
-    in.PublishTime(fb.timestamp);
-  }
-  void PublishBackward(const FrameBuffer& fb) noexcept {
-    if (!even || out.Time() != fb.timestamp || !out.Fits(fb)) PublishBoth(fb);
-  }
+  /// Publishes a commit, which makes both ends equal. [route-thread]
+  void PublishCommit(const FrameBuffer& fb) noexcept { committed.Publish(fb); }
 
  private:
-  void PublishBoth(const FrameBuffer& fb) noexcept {
-    out.Publish(fb);
-    in.Publish(fb);
-    even = true;
-  }
+  // Every commit writes it.
+  alignas(64) LiveDescriptor committed;
 
-  bool even = false;  // route thread only: both ends were last published alike
+  LiveDescriptor out;
+  LiveDescriptor in;
 };
 
 }  // namespace zelk

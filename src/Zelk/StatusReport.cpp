@@ -44,9 +44,9 @@ void AppendEndpoint(std::string& text, char side, std::size_t index, const std::
 void AppendBlock(std::string& text, const BlockView& block) {
   AppendLine(text, "\t%s\n", block.name.c_str());
   for (const auto& link : block.ins)
-    AppendEndpoint(text, 'I', link->inIndex, link->name, link->in.Read());
+    AppendEndpoint(text, 'I', link->inIndex, link->name, link->In());
   for (const auto& link : block.outs)
-    AppendEndpoint(text, 'O', link->outIndex, link->name, link->out.Read());
+    AppendEndpoint(text, 'O', link->outIndex, link->name, link->Out());
 }
 
 void AppendNode(std::string& dot, const std::string& id, const std::string& name,
