@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <random>
+
 #include "support/RouteTest.h"
 
 namespace {
@@ -171,6 +174,113 @@ TEST_F(FrameLoop, JoinsOfUnequalPathsAreCalledTwiceAndLastBlocksEndTheirPath) {
   EXPECT_EQ((Lines{"src.ProcessFrame", "join.ProcessFrame", "mid.ProcessFrame", "dst.ProcessFrame",
                    "join.ProcessFrame", "dst.ProcessFrame", "src.ProcessFrame"}),
             trace);
+}
+
+TEST_F(FrameLoop, AWaveGoesOnAroundTheBlockThatTakesAnotherTurn) {
+  std::vector<ScriptedBlock*> lone;
+  bool pended = false;
+  for (std::size_t i = 0; i < 4; ++i) {
+    Scripts()[Numbered("b", i)].on["ProcessFrame"] = [&](ScriptedBlock* b) {
+      if (b == lone[1] && !pended) {
+        pended = true;
+        return long{zelk::FRAME_PENDING};
+      }
+      return b == lone[1] ? long{zelk::FRAME_FADED_OUT} : 0L;
+    };
+  }
+  lone = MakeLone(4);
+  Lines wanted = Calls(lone, 4, ".ProcessFrame");
+  wanted.push_back(lone[1]->Label() + ".ProcessFrame");
+  EXPECT_EQ(wanted, With(Run(""), ".ProcessFrame"));
+}
+
+TEST_F(FrameLoop, ARingGoesRoundUntilABlockHasNothingToPassOn) {
+  Scripts()["src"].on["ProcessFrame"] = Results({0, zelk::FRAME_END_OF_FILE});
+  Scripts()["b"].on["ProcessFrame"] = Results({0, 0, 0, 0, 0, 0, 0, 0, 0, -3});
+  src = New("src", true, false);
+  auto* a = New("a", false, false);
+  auto* b = New("b", false, false);
+  Join(src, 0, a, 0);
+  Join(a, 0, b, 0);
+  Join(b, 0, a, 1);
+  Lines wanted = {"src.ProcessFrame"};
+  for (int round = 0; round < 10; ++round) {
+    wanted.push_back("a.ProcessFrame");
+    wanted.push_back("b.ProcessFrame");
+  }
+  wanted.push_back("src.ProcessFrame");
+  EXPECT_EQ(wanted, With(Run(""), ".ProcessFrame"));
+}
+
+/// A random graph whose blocks answer from lists, and the order in which plain sets would call
+/// them.
+class RandomGraph {
+ public:
+  explicit RandomGraph(unsigned seed) : random(seed), count(2 + random() % 8), answers(count) {
+    answers[0] = {0, -1, 0, 0, 0, zelk::FRAME_END_OF_FILE};
+    for (std::size_t i = 1; i < count; ++i) {
+      Connect(random() % i, i);
+      for (int call = 0; call < 12; ++call)
+        answers[i].push_back(std::array{0, 0, 0, 0, -1, -3}[random() % 6]);
+    }
+    for (std::size_t extra = random() % count; extra > 0; --extra)
+      Connect(random() % count, 1 + random() % (count - 1));  // may close a ring
+  }
+
+  /// Runs out of other answers after some frames.
+  long Answer(std::size_t block, std::size_t call) const {
+    return call < answers[block].size() ? answers[block][call] : -3;
+  }
+  bool IsLast(std::size_t block) const {
+    return std::none_of(joins.begin(), joins.end(),
+                        [&](auto& join) { return join.first == block; });
+  }
+
+  Lines Expected(const std::vector<ScriptedBlock*>& blocks) const {
+    using Wave = std::map<ScriptedBlock*, std::size_t, std::less<>>;
+    Lines calls;
+    std::vector<std::size_t> called(count);
+    for (;;) {
+      for (Wave current = {{blocks[0], 0}}, next; !current.empty(); current.swap(next)) {
+        next.clear();
+        for (const auto& [block, number] : current) {
+          calls.push_back(block->Label() + ".ProcessFrame");
+          const long answer = Answer(number, called[number]++);
+          if (answer == zelk::FRAME_END_OF_FILE) return calls;
+          if (answer == -1) next.emplace(block, number);
+          for (const auto& [from, to] : joins)
+            if (answer == 0 && from == number) next.emplace(blocks[to], to);
+        }
+      }
+    }
+  }
+
+  std::mt19937 random;
+  const std::size_t count;
+  std::vector<std::pair<std::size_t, std::size_t>> joins;
+
+ private:
+  void Connect(std::size_t from, std::size_t to) { joins.emplace_back(from, to); }
+
+  std::vector<std::vector<long>> answers;
+};
+
+TEST_F(FrameLoop, AnyGraphRunsInTheWavesOfPlainSets) {
+  for (unsigned seed = 0; seed < 100; ++seed) {
+    route->DeleteAll();
+    const RandomGraph graph(seed);
+    std::vector<ScriptedBlock*> blocks;
+    for (std::size_t i = 0; i < graph.count; ++i) {
+      Scripts()[Numbered("b", i)].on["ProcessFrame"] = [&graph, i, call = 0U](auto*) mutable {
+        return graph.Answer(i, call++);
+      };
+      blocks.push_back(New(Numbered("b", i), i == 0, graph.IsLast(i)));
+    }
+    std::vector<unsigned long> outs(graph.count), ins(graph.count);
+    for (const auto& [from, to] : graph.joins)
+      ASSERT_NE(nullptr, Join(blocks[from], outs[from]++, blocks[to], ins[to]++));
+    EXPECT_EQ(graph.Expected(blocks), With(Run(""), ".ProcessFrame")) << seed;
+  }
 }
 
 }  // namespace

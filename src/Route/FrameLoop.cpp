@@ -1,8 +1,9 @@
 // The route thread: between two frames it serves the queue, then it pushes the next frame through
 // the graph in waves.
-#include <algorithm>
 #include <bit>
+#include <utility>
 
+#include "Block/Commit.h"
 #include "Boundary.h"
 #include "Log.h"
 #include "Route/RouteImpl.h"
@@ -68,67 +69,128 @@ void RouteImpl::WaitForActions(Lock& lock) {
     cond.wait(lock);
 }
 
-void RouteImpl::ProcessFrame() {
-  bool endOfFile = false;
-  bool error = false;
-  current.assign(firstBlocks.begin(), firstBlocks.end());
-  while (!current.empty()) {
-    const Verdict verdict = RunWave();
-    if (verdict != Verdict::GoOn) next.clear();
-    if (verdict == Verdict::Error) error = true;
-    if (verdict == Verdict::EndOfFile) endOfFile = true;
-    for (Block* block : done)
-      block->CommitFrame();
-    current.swap(next);
-  }
-  EndFrame(endOfFile, error);
+namespace {
+
+const char* Label(bool isFirst, bool isLast) {
+  static constexpr const char* labels[2][2] = {{"", "(last) "}, {"(first) ", "(first) "}};
+  return labels[isFirst][isLast];
 }
 
-RouteImpl::Verdict RouteImpl::RunWave() {
-  next.clear();
-  done.clear();
-  for (Block* block : current) {
-    const Verdict verdict = RunBlock(block);
-    if (verdict != Verdict::GoOn) return verdict;
+}  // namespace
+
+// What the waves are as long as every block is done with output: worked out once per edit instead
+// of in every frame. A frame that takes another turn leaves the plan there.
+void RouteImpl::PlanFrame() {
+  plan.clear();
+  next.Clear();
+  for (Block* block : firstBlocks)
+    next.Add(block);
+  // Rings, and blocks that are called again, may need more room than there is.
+  while (!next.IsEmpty() && plan.size() + next.Size() + 1 + PLAN_END <= plan.capacity()) {
+    plan.insert(plan.end(), next.begin(), next.end());
+    plan.push_back(nullptr);
+    std::swap(current, next);
+    next.Clear();
+    for (const Block* block : current)
+      ScheduleDownstream(*block);
+  }
+  plan.insert(plan.end(), PLAN_END, nullptr);
+  std::swap(beyondPlan, next);
+}
+
+void RouteImpl::ProcessFrame() {
+  next.Clear();
+  Verdict verdict = RunPlan();
+  while (verdict == Verdict::GoOn && !next.IsEmpty()) {
+    std::swap(current, next);
+    next.Clear();
+    done.Clear();
+    verdict = RunWave(current.begin(), current.end());
+    CommitDone();
+  }
+  EndFrame(verdict);
+}
+
+// Leaves in `next` what the plan does not hold of this frame. Large graphs do not fit the nearest
+// cache, and only the plan knows early which block is needed soon.
+inline RouteImpl::Verdict RouteImpl::RunPlan() {
+  Block* const* wave = plan.data();
+  while (*wave != nullptr) {
+    Block* const* block = wave;
+    for (; *block != nullptr; ++block) {
+      if (const Block* soon = block[AHEAD]) soon->Prefetch();
+      const long ret = RunBlock(*block);
+      if (ret < 0) return LeavePlan(wave, block, ret);
+    }
+    for (; wave != block; ++wave)
+      (*wave)->Commit();
+    ++wave;
+  }
+  for (Block* block : beyondPlan)
+    next.Append(block);
+  return Verdict::GoOn;
+}
+
+// Goes on as if the wave had not been planned, from the block that answered `ret`.
+RouteImpl::Verdict RouteImpl::LeavePlan(Block* const* wave, Block* const* block, long ret) {
+  done.Clear();
+  for (; wave != block; ++wave) {
+    done.Append(*wave);
+    ScheduleDownstream(**wave);
+  }
+  Verdict verdict = TakeNoFrame(*block, ret);
+  Block* const* const rest = ++block;
+  while (*block != nullptr)
+    ++block;
+  if (verdict == Verdict::GoOn) verdict = RunWave(rest, block);
+  CommitDone();
+  return verdict;
+}
+
+RouteImpl::Verdict RouteImpl::RunWave(Block* const* block, Block* const* end) {
+  for (; block != end; ++block) {
+    const long ret = RunBlock(*block);
+    if (ret < 0) {
+      const Verdict verdict = TakeNoFrame(*block, ret);
+      if (verdict != Verdict::GoOn) return verdict;
+    } else {
+      done.Append(*block);
+      ScheduleDownstream(**block);
+    }
   }
   return Verdict::GoOn;
 }
 
-// A wave is a set in address order. Most blocks arrive in that order already, once each.
-inline void RouteImpl::Schedule(Block* block) {
-  if (next.empty() || std::less<>()(next.back(), block)) {
-    next.push_back(block);
-  } else {
-    ScheduleInOrder(block);
-  }
-}
-
-void RouteImpl::ScheduleInOrder(Block* block) {
-  const auto place = std::lower_bound(next.begin(), next.end(), block, std::less<>());
-  if (*place != block) next.insert(place, block);
-}
-
-RouteImpl::Verdict RouteImpl::RunBlock(Block* block) {
+inline long RouteImpl::RunBlock(Block* block) {
   const long ret = Guarded(
       -20L, [block] { return block->ProcessFrame(); },
       [this, block](const char* what) {
         LOG_LOOP('E', "%s: %s: ProcessFrame threw: %s", name.c_str(), block->nameText, what);
       });
-  const char* label = block->isFirst ? "(first) " : block->isLast ? "(last) " : "";
   if (ret >= 0) {
-    LOG_LOOP('V', "%s: %s %sis done", name.c_str(), block->nameText, label);
-    done.push_back(block);
-    if (!block->isLast) ScheduleDownstream(*block);
-    return Verdict::GoOn;
+    LOG_LOOP('V', "%s: %s %sis done", name.c_str(), block->nameText,
+             Label(block->isFirst, block->isLast));
   }
+  return ret;
+}
+
+void RouteImpl::ScheduleDownstream(const Block& block) {
+  if (block.isLast) return;
+  for (std::uint32_t rest = block.activeOuts; rest != 0; rest &= rest - 1) {
+    if (const Endpoint* sink = block.outEps[std::countr_zero(rest)].peer) next.Add(sink->block);
+  }
+}
+
+RouteImpl::Verdict RouteImpl::TakeNoFrame(Block* block, long ret) {
   switch (ret) {
     case FRAME_PENDING:
       LOG_LOOP('V', "%s: %s is pending", name.c_str(), block->nameText);
-      Schedule(block);
+      next.Add(block);
       return Verdict::GoOn;
     case FRAME_DONE_WITHOUT_OUTPUT:
-      LOG_LOOP('V', "%s: %s %sis done without output", name.c_str(), block->nameText, label);
-      done.push_back(block);
+      LOG_LOOP('V', "%s: %s %sis done without output", name.c_str(), block->nameText,
+               Label(block->isFirst, block->isLast));
+      done.Append(block);
       return Verdict::GoOn;
     case FRAME_TIMEOUT:
       LOG_LOOP('E', "%s: %s: Process frame timeout", name.c_str(), block->nameText);
@@ -140,25 +202,25 @@ RouteImpl::Verdict RouteImpl::RunBlock(Block* block) {
     case FRAME_FADED_OUT:
       LOG_LOOP('I', "%s: %s: Faded out", name.c_str(), block->nameText);
       Stop_l(NORMAL);
-      done.push_back(block);
+      done.Append(block);
       return Verdict::FadedOut;
     default:
       LOG_LOOP('E', "%s: %s: Process frame failed %d", name.c_str(), block->nameText,
                static_cast<int>(ret));
       Stop_l(FAILURE);
-      done.push_back(block);  // what the failing block holds is passed on all the same
+      done.Append(block);  // what the failing block holds is passed on all the same
       return Verdict::Error;
   }
 }
 
-void RouteImpl::ScheduleDownstream(const Block& block) {
-  for (std::uint32_t rest = block.activeOuts; rest != 0; rest &= rest - 1) {
-    if (const Endpoint* sink = block.outEps[std::countr_zero(rest)].peer) Schedule(sink->block);
-  }
+void RouteImpl::CommitDone() {
+  for (Block* block : done)
+    block->Commit();
 }
 
-void RouteImpl::EndFrame(bool endOfFile, bool error) {
-  if (endOfFile) return;
+void RouteImpl::EndFrame(Verdict verdict) {
+  if (verdict == Verdict::EndOfFile) return;
+  const bool error = verdict == Verdict::Error;
   std::atomic<std::uint64_t>& counter = error ? view->errorFrames : view->okFrames;
   counter.store(counter.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
   if (error) {

@@ -68,14 +68,16 @@ bool RouteImpl::NameBlock(Block* block, const std::string& baseName) {
   std::string subname;
   std::string prefix = baseName + "_";
   NumberPool* pool = &numbers[prefix];
+  // A block may answer otherwise for every number, so each number is asked for, taken or not.
   for (std::uint64_t n = 0; n < NumberPool::LIMIT; ++n) {
     const char* sub = Guarded<const char*>(
         nullptr, [&] { return block->Subname(); },
         [&](const char* what) {
           ZELK_LOG_AS('E', "NewBlock_l", "%s: Subname() threw: %s", name.c_str(), what);
         });
-    if (subname != (sub != nullptr ? sub : "")) {
-      subname = sub != nullptr ? sub : "";
+    if (sub == nullptr) sub = "";
+    if (subname.empty() ? *sub != '\0' : subname != sub) {
+      subname = sub;
       prefix = subname.empty() ? baseName + "_" : baseName + "_" + subname + "_";
       pool = &numbers[prefix];
     }
@@ -96,8 +98,9 @@ void RouteImpl::AddBlock(Block* block) {
     startCheck = true;
     GraphEdited(block);
     // A wave holds every block at most once: frames never allocate.
-    for (std::vector<Block*>* wave : {&current, &next, &done})
-      MakeRoomFor(*wave, blocks.size());
+    for (Wave* wave : {&beyondPlan, &current, &next, &done})
+      wave->MakeRoomFor(blocks.size());
+    MakeRoomFor(plan, 2 * blocks.size() + PLAN_END);  // a chain, one block per wave
   } catch (...) {
     RemoveBlock(block);
     ReleaseName(block->name);

@@ -19,6 +19,7 @@
 #include "Mutex.h"
 #include "Route/NumberPool.h"
 #include "Route/RouteView.h"
+#include "Route/Wave.h"
 
 namespace zelk {
 
@@ -101,12 +102,15 @@ class RouteImpl final : public Route {
   void WaitForActions(Lock& lock) ZELK_REQUIRES(mutex);
   void ProcessFrame() ZELK_EXCLUDES(mutex);
   enum class Verdict { GoOn, Error, EndOfFile, FadedOut };
-  Verdict RunWave();
-  Verdict RunBlock(Block* block);
-  void Schedule(Block* block);
-  void ScheduleInOrder(Block* block);
+  void PlanFrame();
+  Verdict RunPlan();
+  Verdict LeavePlan(Block* const* wave, Block* const* block, long ret);
+  Verdict RunWave(Block* const* block, Block* const* end);
+  long RunBlock(Block* block);
   void ScheduleDownstream(const Block& block);
-  void EndFrame(bool endOfFile, bool error);
+  Verdict TakeNoFrame(Block* block, long ret);
+  void CommitDone();
+  void EndFrame(Verdict verdict);
   int Start_l();
   int Stop_l(Route::StopReason reason);
   void IntegrityCheck(bool& ok);
@@ -172,16 +176,20 @@ class RouteImpl final : public Route {
   // Constant after construction.
   Route::Callbacks* const callbacks;
 
-  // Route thread only: names in use by prefix, the views of unchanged blocks, and the waves of the
-  // frame at hand, kept so that a frame does not allocate.
+  // Route thread only: names in use by prefix, the views of unchanged blocks, and the waves of a
+  // frame, with room for all so that a frame does not allocate.
   std::unordered_map<std::string, NumberPool> numbers;
   std::map<const Block*, std::shared_ptr<const BlockView>> blockViews;
   bool edited = false;      // since the graph was published
   bool graphOk = false;     // the graph passed the integrity check and was not edited since
   bool startCheck = false;  // a block may wait to be started
-  std::vector<Block*> current;
-  std::vector<Block*> next;
-  std::vector<Block*> done;
+  static constexpr std::size_t AHEAD = 2;             // places in the plan
+  static constexpr std::size_t PLAN_END = 1 + AHEAD;  // nulls: an empty wave, and what AHEAD sees
+  std::vector<Block*> plan;  // waves, each with a null behind it, then PLAN_END nulls
+  Wave beyondPlan;           // the wave that the plan has no room for
+  Wave current;              // the wave that runs
+  Wave next;
+  Wave done;  // what the running one has to commit
 };
 
 }  // namespace zelk

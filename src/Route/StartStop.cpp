@@ -64,6 +64,7 @@ void RouteImpl::IntegrityCheck(bool& ok) {
       return;
     }
   }
+  PlanFrame();
   ok = graphOk = true;
 }
 
