@@ -1,10 +1,11 @@
 // An action queued and waited for, by one and by four callers at once, on a stopped route and on
 // one that runs frames of a microsecond; beside it a bare hand-shake of the same pattern.
 #include <time.h>
-#include <initializer_list>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -22,7 +23,8 @@ void Spin(double seconds) {
   }
 }
 
-// One mutex, a queue of callers, and a worker that serves it between two "frames".
+// One mutex, a queue of callers, and a worker that serves it between two "frames". A worker that
+// took the lock for nothing between any two would hardly let a caller have it.
 class Handshake {
  public:
   explicit Handshake(bool isRunning) : running(isRunning), worker([this] { Serve(); }) {}
@@ -30,6 +32,7 @@ class Handshake {
     {
       std::lock_guard lock(mutex);
       ended = true;
+      waiting.store(true, std::memory_order_release);
       arrived.notify_one();
     }
     worker.join();
@@ -39,6 +42,7 @@ class Handshake {
     Caller caller;
     std::unique_lock lock(mutex);
     callers.push_back(&caller);
+    waiting.store(true, std::memory_order_release);
     arrived.notify_one();
     caller.finished.wait(lock, [&] { return caller.done; });
   }
@@ -51,8 +55,9 @@ class Handshake {
 
   void Serve() {
     for (;;) {
-      {
+      if (!running || waiting.load(std::memory_order_acquire)) {
         std::unique_lock lock(mutex);
+        waiting.store(false, std::memory_order_relaxed);
         if (!running) arrived.wait(lock, [&] { return ended || !callers.empty(); });
         if (ended) return;
         for (; !callers.empty(); callers.pop_front()) {
@@ -68,6 +73,7 @@ class Handshake {
   std::mutex mutex;
   std::condition_variable arrived;
   std::deque<Caller*> callers;
+  std::atomic<bool> waiting{false};  // changed with the mutex held
   bool ended = false;
   std::thread worker;
 };
