@@ -67,10 +67,14 @@ void ZelkGraph::Start() {
   Require(route->Start() == 0, "Start");
 }
 
-void BuildChain(ZelkGraph& graph, std::size_t blocks) {
+void BuildChain(ZelkGraph& graph, std::size_t blocks, bool subnames) {
   std::vector<Stage> stages(blocks, Stage{"bench_through"});
   stages.front().plugin = "bench_source";
   stages.back().plugin = "bench_end";
+  if (subnames) {
+    for (std::size_t i = 1; i + 1 < blocks; ++i)
+      stages[i].args.push_back(std::to_string(i));
+  }
   std::vector<Join> joins;
   for (std::size_t i = 0; i + 1 < blocks; ++i)
     joins.push_back({i, 0, i + 1, 0});

@@ -54,8 +54,9 @@ class ZelkGraph {
   std::vector<zelk::Block*> blocks;
 };
 
-/// Source, `through` blocks, sink: `blocks` in all.
-void BuildChain(ZelkGraph& graph, std::size_t blocks);
+/// Source, `through` blocks, sink: `blocks` in all; the `through` blocks with subnames if asked
+/// for.
+void BuildChain(ZelkGraph& graph, std::size_t blocks, bool subnames = false);
 
 /// Frames of a started graph, by the processor time of its thread.
 Work FramesOf(std::shared_ptr<ZelkGraph> graph);

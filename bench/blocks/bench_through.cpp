@@ -1,5 +1,8 @@
-// bench_through: takes its input and marks its output, nothing else.
+// bench_through [SUBNAME]: takes its input and marks its output, nothing else.
 #include <zelk/Block.h>
+
+#include <string>
+#include <utility>
 
 #include "Gate.h"
 
@@ -7,7 +10,9 @@ namespace {
 
 class Through final : public zelk::Block {
  public:
-  using Block::Block;
+  Through(bool first, bool last, std::string word) : Block(first, last), subname(std::move(word)) {}
+
+  const char* Subname() const override { return subname.c_str(); }
 
   int ioctl(unsigned int command, void* arg) override {
     if (command != bench::GET_IN && command != bench::GET_OUT) return -20;
@@ -24,10 +29,13 @@ class Through final : public zelk::Block {
     in.validSamples = 0;
     return 0;
   }
+
+ private:
+  const std::string subname;
 };
 
 }  // namespace
 
-ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<std::string>&) {
-  return new Through(first, last);
+ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<std::string>& args) {
+  return new Through(first, last, args.empty() ? "" : args[0]);
 }
