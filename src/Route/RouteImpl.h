@@ -183,7 +183,7 @@ class RouteImpl final : public Route {
   bool edited = false;      // since the graph was published
   bool graphOk = false;     // the graph passed the integrity check and was not edited since
   bool startCheck = false;  // a block may wait to be started
-  static constexpr std::size_t AHEAD = 2;             // places in the plan
+  static constexpr std::size_t AHEAD = 4;             // places in the plan: two blocks of a chain
   static constexpr std::size_t PLAN_END = 1 + AHEAD;  // nulls: an empty wave, and what AHEAD sees
   std::vector<Block*> plan;  // waves, each with a null behind it, then PLAN_END nulls
   Wave beyondPlan;           // the wave that the plan has no room for
