@@ -17,7 +17,7 @@ target_link_libraries(soak PRIVATE zelk::zelk vantrel::vantrel GTest::gtest Thre
 target_include_directories(soak PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 set_target_properties(soak PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
 zelk_warnings(soak)
-add_dependencies(soak worker)
+add_dependencies(soak clocked)
 
 add_executable(exit_cycle_host exit_cycle_host.cpp support/quick_exit.cpp)
 target_link_libraries(exit_cycle_host PRIVATE zelk::zelk vantrel::vantrel GTest::gtest)

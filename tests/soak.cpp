@@ -2,6 +2,9 @@
 // once per second, two FIFOs have a slow reader, a console polls. Ends with figures; fails when
 // memory or descriptors grow.
 #include <dirent.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <unistd.h>
 #include <vantrel.h>
 #include <zelk/Zelk.h>
@@ -26,12 +29,25 @@ using namespace zelk;
 using Clock = std::chrono::steady_clock;
 
 std::atomic<bool> ending{false};
-std::atomic<long> edits{0}, refused{0}, replies{0}, frames{0};
+std::atomic<long> replies{0};
+long edits = 0, refused = 0;
+long frames = 0, late = 0, latest = 0;  // of the routes that are no more
 
 long ResidentKilobytes() {
   long pages = 0, resident = 0;
   std::ifstream("/proc/self/statm") >> pages >> resident;
   return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// What the heap holds for its users; 0 where it does not tell. The resident memory is more: each of
+// the heap's arenas keeps what its busiest moment took.
+long HeapKilobytes() {
+#ifdef __GLIBC__
+  const struct mallinfo2 heap = mallinfo2();
+  return static_cast<long>((heap.uordblks + heap.hblkhd) / 1024);
+#else
+  return 0;
+#endif
 }
 
 long Descriptors() {
@@ -48,29 +64,39 @@ void Count(bool good) {
   if (!good) ++refused;
 }
 
-// A chain of three whose middle comes and goes; once a minute all of it is built anew.
+// Two ways from source to sink, of which the longer comes and goes; once a minute all is built
+// anew.
 class Load {
  public:
   explicit Load(char letter) : name(std::string("Route") + letter) { Build(); }
 
   void Edit(int second) {
     if (second % 60 == 59) {
+      NoteFrames();
       Zelk::Instance()->DeleteRoute(route);
       Build();
     } else if (middle != nullptr) {
       Count(route->Delete(middle) == 0);
       middle = nullptr;
     } else {
-      middle = route->NewBlock("worker.so", false, false, {});
+      middle = route->NewBlock("clocked.so", false, false, {});
       Count(Join(source, 1, middle, 0) != nullptr && Join(middle, 0, sink, 1) != nullptr);
     }
+  }
+
+  void NoteFrames() {
+    std::vector<std::string> figures;
+    Count(route->GetParameter(sink, 1, figures) == 0);
+    frames += std::stol(figures.at(0));
+    late += std::stol(figures.at(1));
+    latest = std::max(latest, std::stol(figures.at(2)));
   }
 
  private:
   void Build() {
     route = Zelk::Instance()->NewRoute(name.c_str(), nullptr);
-    source = route->NewBlock("worker.so", true, false, {"10000"});
-    sink = route->NewBlock("worker.so", false, true, {});
+    source = route->NewBlock("clocked.so", true, false, {});
+    sink = route->NewBlock("clocked.so", false, true, {});
     middle = nullptr;
     Count(Join(source, 0, sink, 0) != nullptr);
     Count(route->Start() == 0);
@@ -105,24 +131,24 @@ void DriveFifo() {
   Zelk::Instance()->DeleteFIFO(fifo);
 }
 
-// Notes the frames of all routes since their last start.
-void Poll(test::ConsoleClient& client) {
-  const std::string report = client.Ask("status");
-  ++replies;
-  long sum = 0;
-  for (std::size_t at = 0; (at = report.find("ING, ", at)) != std::string::npos; ++at)
-    sum += std::atol(report.c_str() + at + 5);
-  frames = sum;
-}
-
 void PollConsole() {
   while (!ending) {
     test::ConsoleClient client;
     for (int i = 0; i < 100 && !ending; ++i) {
-      Poll(client);
+      if (client.Ask("status").find("fifo_1 ") != std::string::npos) ++replies;
       usleep(100'000);
     }
   }
+}
+
+struct Figures {
+  long resident = ResidentKilobytes(), heap = HeapKilobytes(), descriptors = Descriptors();
+};
+
+void Print(int second, const Figures& now) {
+  std::printf("%5d s: resident %ld kB, heap %ld kB, descriptors %ld\n", second, now.resident,
+              now.heap, now.descriptors);
+  std::fflush(stdout);
 }
 
 }  // namespace
@@ -140,29 +166,30 @@ int main(int argc, char** argv) {
 
   const int seconds = static_cast<int>(minutes * 60);
   const auto start = Clock::now();
-  // Memory settles while pools and caches fill.
-  const int settled = std::min(65, seconds / 3);
-  long memory = 0, files = 0;
+  // Memory settles while pools and caches fill. It is looked at when all has just been built anew.
+  const int settled = std::min(60, seconds / 6 * 2);
+  Figures then;
   for (int second = 0; second < seconds; ++second) {
-    if (second == settled) {
-      memory = ResidentKilobytes();
-      files = Descriptors();
-    }
+    if (second == settled) then = Figures();
+    if (second == settled || second % 60 == 0) Print(second, Figures());
     for (auto& load : loads)
       load->Edit(second);
     std::this_thread::sleep_until(start + std::chrono::seconds(second + 1));
   }
-  const long memoryNow = ResidentKilobytes(), filesNow = Descriptors();
+  for (auto& load : loads)
+    load->NoteFrames();
+  const Figures now;
+  Print(seconds, now);
   ending = true;
   console.join();
   for (std::thread& fifo : fifos)
     fifo.join();
   std::printf("%d routes, %d s: %ld edits, %ld refused, %ld status replies\n", routes, seconds,
-              edits.load(), refused.load(), replies.load());
-  std::printf("%ld frames by routes since they were built\n", frames.load());
-  std::printf("resident memory %ld kB after %d s, %ld kB at the end; descriptors %ld and %ld\n",
-              memory, settled, memoryNow, files, filesNow);
-  const bool flat = memoryNow < memory + memory / 10 + 1024 && filesNow <= files + 4;
+              edits, refused, replies.load());
+  std::printf("%ld frames, %ld late by 10 ms or more, the latest by %.1f ms\n", frames, late,
+              static_cast<double>(latest) / 1000);
+  const bool flat = now.resident < then.resident + then.resident / 10 + 1024 &&
+                    now.heap < then.heap + 64 && now.descriptors <= then.descriptors + 4;
   if (!flat) std::puts("NOT FLAT");
   return flat && refused == 0 ? 0 : 1;
 }
