@@ -66,7 +66,7 @@ std::string Ask(int fd, const std::string& line) {
 // Says at the end how much was done.
 struct Done {
   long number = 0;
-  ~Done() { std::printf("%ld commands\n", number); }
+  ~Done() { std::printf("%ld lines\n", number); }
 } done;
 
 }  // namespace
