@@ -43,6 +43,8 @@ function(debian_package name section summary text)
   endif()
 endfunction()
 
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)  # not those of the builder's umask
+
 set(CPACK_COMPONENTS_ALL "")
 debian_package(libzelk${PROJECT_VERSION_MAJOR} libs "audio stream-processing graphs, library"
   "zelk builds and runs graphs of audio blocks inside a process, each graph on a\nthread of its own."
