@@ -34,7 +34,12 @@ Block** AnyBlock(Input& input) {
   return which == 16 ? nullptr : which == 17 ? &wild : &blocks[which % OBJECTS];
 }
 
-constexpr long SIZES[] = {0, 1, 48, 480, -1, 1L << 40, 0x7FFFFFFFFFFFFFFF, 4096};
+#if __has_feature(thread_sanitizer)
+constexpr long TOO_MUCH = -2;  // its allocator ends the process
+#else
+constexpr long TOO_MUCH = 1L << 40;
+#endif
+constexpr long SIZES[] = {0, 1, 48, 480, -1, TOO_MUCH, 0x7FFFFFFFFFFFFFFF, 4096};
 const std::vector<std::string> WORDS = {"0", "text"};
 std::vector<std::string> texts;
 
