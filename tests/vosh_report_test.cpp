@@ -150,6 +150,20 @@ TEST(Activity, LongFramesMayTakeTheirTime) {
   EXPECT_TRUE(monitor.Routes().at("RouteA").stillSince);
 }
 
+TEST(Top, MarksARouteThatStandsStillWithTheTime) {
+  TopState state;
+  state.report = Running(40);
+  const auto since = ActivityMonitor::WallTime(3661s);
+  state.activity["RouteA"].stillSince = since;
+  const TopLine line = RenderTop(state, 80).at(2);
+  EXPECT_EQ(
+      "RouteA  RUNNING             0.0      0.0          40         0  still " + ClockText(since),
+      line.text);
+  EXPECT_EQ(TopLine::ALARM, line.style);
+  state.selected = "RouteA";
+  EXPECT_EQ(line.text, RenderTop(state, 80).at(2).text);
+}
+
 TEST(Top, ShowsRoutesLinksAndFifosInTheChosenOrder) {
   TopState state;
   state.report = ParseStatus(kReport);
