@@ -39,14 +39,18 @@ long ResidentKilobytes() {
   return resident * (sysconf(_SC_PAGESIZE) / 1024);
 }
 
-// What the heap holds for its users; 0 where it does not tell. The resident memory is more: each of
-// the heap's arenas keeps what its busiest moment took.
-long HeapKilobytes() {
+// What the heap has given out, and what it has taken for that from the system: more, since each of
+// its arenas keeps what its busiest moment took. Zeros where it does not tell.
+struct Heap {
+  long used = 0, taken = 0;
+};
+Heap HeapKilobytes() {
 #ifdef __GLIBC__
   const struct mallinfo2 heap = mallinfo2();
-  return static_cast<long>((heap.uordblks + heap.hblkhd) / 1024);
+  return {static_cast<long>((heap.uordblks + heap.hblkhd) / 1024),
+          static_cast<long>((heap.arena + heap.hblkhd) / 1024)};
 #else
-  return 0;
+  return {};
 #endif
 }
 
@@ -142,12 +146,13 @@ void PollConsole() {
 }
 
 struct Figures {
-  long resident = ResidentKilobytes(), heap = HeapKilobytes(), descriptors = Descriptors();
+  long resident = ResidentKilobytes(), descriptors = Descriptors();
+  Heap heap = HeapKilobytes();
 };
 
 void Print(int second, const Figures& now) {
-  std::printf("%5d s: resident %ld kB, heap %ld kB, descriptors %ld\n", second, now.resident,
-              now.heap, now.descriptors);
+  std::printf("%5d s: resident %ld kB, heap %ld kB of %ld kB, descriptors %ld\n", second,
+              now.resident, now.heap.used, now.heap.taken, now.descriptors);
   std::fflush(stdout);
 }
 
@@ -189,7 +194,7 @@ int main(int argc, char** argv) {
   std::printf("%ld frames, %ld late by 10 ms or more, the latest by %.1f ms\n", frames, late,
               static_cast<double>(latest) / 1000);
   const bool flat = now.resident < then.resident + then.resident / 10 + 1024 &&
-                    now.heap < then.heap + 64 && now.descriptors <= then.descriptors + 4;
+                    now.heap.used < then.heap.used + 64 && now.descriptors <= then.descriptors + 4;
   if (!flat) std::puts("NOT FLAT");
   return flat && refused == 0 ? 0 : 1;
 }
