@@ -145,6 +145,18 @@ void PollConsole() {
   }
 }
 
+// What the machine does to a thread that has nothing to do with routes: how often it wakes as late
+// as a late frame.
+std::atomic<long> wakes{0}, lateWakes{0};
+void WakeEvery10Ms() {
+  constexpr auto PERIOD = std::chrono::milliseconds(10);
+  for (auto due = Clock::now() + PERIOD; !ending; due += PERIOD) {
+    std::this_thread::sleep_until(due);
+    ++wakes;
+    if (Clock::now() - due > PERIOD) ++lateWakes;
+  }
+}
+
 struct Figures {
   long resident = ResidentKilobytes(), descriptors = Descriptors();
   Heap heap = HeapKilobytes();
@@ -167,7 +179,7 @@ int main(int argc, char** argv) {
   for (int i = 0; i < routes; ++i)
     loads.push_back(std::make_unique<Load>(static_cast<char>('A' + i)));
   std::thread fifos[] = {std::thread(DriveFifo), std::thread(DriveFifo)};
-  std::thread console(PollConsole);
+  std::thread console(PollConsole), bystander(WakeEvery10Ms);
 
   const int seconds = static_cast<int>(minutes * 60);
   const auto start = Clock::now();
@@ -187,12 +199,17 @@ int main(int argc, char** argv) {
   Print(seconds, now);
   ending = true;
   console.join();
+  bystander.join();
   for (std::thread& fifo : fifos)
     fifo.join();
   std::printf("%d routes, %d s: %ld edits, %ld refused, %ld status replies\n", routes, seconds,
               edits, refused, replies.load());
-  std::printf("%ld frames, %ld late by 10 ms or more, the latest by %.1f ms\n", frames, late,
-              static_cast<double>(latest) / 1000);
+  std::printf(
+      "%ld frames, %ld (%.3f %%) late by 10 ms or more, the latest by %.1f ms; a thread without a "
+      "route: %.3f %% late\n",
+      frames, late, 100.0 * static_cast<double>(late) / static_cast<double>(frames),
+      static_cast<double>(latest) / 1000,
+      100.0 * static_cast<double>(lateWakes) / static_cast<double>(wakes));
   const bool flat = now.resident < then.resident + then.resident / 10 + 1024 &&
                     now.heap.used < then.heap.used + 64 && now.descriptors <= then.descriptors + 4;
   if (!flat) std::puts("NOT FLAT");
