@@ -4,59 +4,31 @@
 #include <zelk/Zelk.h>
 
 #include <atomic>
-#include <cstddef>
-#include <cstdlib>
-#include <new>
 #include <string>
 #include <vector>
 
-namespace {
-
-std::atomic<bool> counting{false};
-std::atomic<unsigned long> allocations{0};
-
-void* Allocate(std::size_t size, std::size_t alignment) {
-  if (counting) ++allocations;
-  void* memory = nullptr;
-  if (posix_memalign(&memory, alignment, size) != 0) throw std::bad_alloc();
-  return memory;
-}
-
-}  // namespace
-
-// The library and its plug-ins allocate through these too.
-void* operator new(std::size_t size) {
-  return Allocate(size, alignof(std::max_align_t));
-}
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  return Allocate(size, static_cast<std::size_t>(alignment));
-}
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::align_val_t) noexcept {
-  std::free(memory);
-}
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept {
-  std::free(memory);
-}
+#include "support/Allocator.h"
 
 namespace {
 
 constexpr long SAMPLES = 480;
+
+std::atomic<unsigned long> allocations{0};
+
+// From now on every allocation counts, or none does.
+void Count(bool on) {
+  test::mayAllocate = !on ? nullptr : +[](std::size_t) { return ++allocations != 0; };
+}
 
 // Reads frames that the route sends through a FIFO, and so lets it run as many, less what the FIFO
 // holds. Returns what was allocated meanwhile, by any thread.
 unsigned long AllocationsIn(zelk::FIFO& fifo, int frames) {
   std::vector<short> frame(2 * SAMPLES);
   const unsigned long before = allocations;
-  counting = true;
+  Count(true);
   for (int i = 0; i < frames; ++i)
     EXPECT_EQ(fifo.Produce(frame.data(), SAMPLES, true, nullptr), 0);
-  counting = false;
+  Count(false);
   return allocations - before;
 }
 
@@ -92,10 +64,10 @@ TEST(Allocation, FramesOfAWarmRouteAllocateNothing) {
   AllocationsIn(*fifo, 10);
   EXPECT_EQ(AllocationsIn(*fifo, 200), 0u);
 
-  counting = true;
+  Count(true);
   const unsigned long before = allocations;
   route->NewBlock("gain.so", true, true, {});
-  counting = false;
+  Count(false);
   EXPECT_GT(allocations - before, 1u) << "the counter sees what the library allocates";
 
   fifo->Shutdown();

@@ -2,40 +2,11 @@
 #include <sys/wait.h>
 
 #include <atomic>
-#include <cstdlib>
-#include <new>
 #include <thread>
 
+#include "support/Allocator.h"
 #include "support/ConsoleClient.h"
 #include "support/RouteTest.h"
-
-#if defined(__has_feature)
-#define HAS_FEATURE(feature) __has_feature(feature)
-#else
-#define HAS_FEATURE(feature) 0
-#endif
-
-namespace {
-// While it is not 0, larger allocations fail.
-std::atomic<std::size_t> largestAllocation{0};
-}  // namespace
-
-// Some sanitizers come with allocation functions that cannot be replaced.
-#define ALLOCATIONS_FAIL !(HAS_FEATURE(thread_sanitizer) || HAS_FEATURE(address_sanitizer))
-#if ALLOCATIONS_FAIL
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  const std::size_t largest = largestAllocation;
-  if (largest != 0 && size > largest) throw std::bad_alloc();
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
-}
-#endif
 
 namespace {
 
@@ -125,16 +96,15 @@ TEST_F(Server, SendsALongReplyWholeOrSurvivesItsClient) {
 }
 
 TEST_F(Server, SendsTheFailureReplyOfAHandlerThatThrows) {
-  if (!ALLOCATIONS_FAIL) GTEST_SKIP();
   // Each value is small, the reply that holds them all is not.
   Scripts()["src"].values = Lines(40, std::string(100000, 'x'));
   auto* const route = zelk->NewRoute("RouteA", nullptr);
   route->NewBlock("scripted.so", true, false, {"src"});
   TakeTrace();
   ConsoleClient client;
-  largestAllocation = 1000000;
+  mayAllocate = [](std::size_t size) { return size <= 1000000; };
   EXPECT_EQ("Failed to get parameter\n", client.Ask("getparam RouteA scripted_0 1"));
-  largestAllocation = 0;
+  mayAllocate = nullptr;
   EXPECT_EQ((Lines{"E src/Zelk DebugThreadLoop: Command 'getparam RouteA scripted_0 1' failed: "
                    "std::bad_alloc"}),
             With(TakeTrace("E"), "src/Zelk"));
