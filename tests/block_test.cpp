@@ -93,6 +93,8 @@ TEST_F(Blocks, HooksSeeThePortActiveWhileLinkedAndInactiveWhileUnlinked) {
   block->BaseOnOutEpUnlinked(0);
   block->BaseOnInEpUnlinked(31);  // no longer there: told all the same
   EXPECT_EQ((std::vector<std::size_t>{1, 11, 10, 0, 0}), seen);
+  EXPECT_TRUE(block->ActiveInEpsDataIsReady());
+  EXPECT_FALSE(block->ActiveOutEpsDataIsEmpty());
 }
 
 TEST_F(Blocks, ReadyNeedsEveryInputAndEmptyAnyOutput) {
@@ -103,6 +105,7 @@ TEST_F(Blocks, ReadyNeedsEveryInputAndEmptyAnyOutput) {
     block->BaseOnInEpLinked(i);
     block->BaseOnOutEpLinked(i);
   }
+  EXPECT_EQ(0, block->CommitFrame());  // to nobody: these ports have no link
   const struct {
     long first, second;
     bool ready, empty;

@@ -76,6 +76,8 @@ TEST_F(Commits, OfAnUnlinkedBlockDoNothing) {
   Join(0, 0);
   sink->In(0)->validSamples = 480;
   EXPECT_EQ(0, sink->CommitFrame());
+  source->SetName("RouteA", "src_0", nullptr);  // no route, no dumps
+  CommitFrame(0, 1);
   EXPECT_EQ((Lines{}), Files());
 }
 

@@ -62,10 +62,15 @@ TEST_F(Commands, AnswerWhatIsMalformedWithTheirFailure) {
   Run({{"newroute", "Failed to create route\n"},
        {"newroute Route1", "Failed to create route\n"},
        {"newroute RouteA", "Failed to create route\n"},
+       {"newblock RouteA", block},
+       {"newblock RouteA scripted.so", block},
        {"newblock RouteA scripted.so true", block},
        {"newblock RouteZ scripted.so true false", block},
        {"newblock RouteA nothing.so true false", block},
+       {"newlink RouteA 48000", link},
        {"newlink RouteA 48000 S16_LE 2 480 scripted_0 1 scripted_1", link},
+       {"newlink RouteA 48000 S16_LE 2 480 scripted_0 32 scripted_1 1", link},
+       {"newlink RouteA 48000 S16_LE 2 480 scripted_0 1 scripted_1 32", link},
        {"newlink RouteA fast S16_LE 2 480 scripted_0 1 scripted_1 1", link},
        {"newlink RouteA 48000 S16_LE 2 480 scripted_0 0 scripted_1 1", link},
        {"start", "Failed to start route\n"},
@@ -158,11 +163,48 @@ TEST_F(Commands, HoldUpTheDeletionOfTheRouteThatTheyWorkOn) {
   zelk::Route* successor = nullptr;
   while (successor == nullptr)
     successor = zelk->NewRoute("RouteA", nullptr);
+  const std::string idle = "D src/Route Preprocess: RouteA: Status is STOPPED";
+  WaitFor(idle);  // the successor
+  usleep(5000);
   EXPECT_EQ(0, CountOf(TakeTrace(), "src.~"));
   release.set_value();
   EXPECT_EQ("Success\n", console.Receive());
   deletion.get();
-  EXPECT_EQ(1, CountOf(TakeTrace(), "src.~"));
+  // The end of the route was not even asked for while the console worked on it.
+  const Lines trace = TakeTrace();
+  EXPECT_EQ(idle, trace.at(0));
+  EXPECT_EQ(1, CountOf(trace, "src.~"));
+}
+
+// A name means what it means when the route's thread comes to the command.
+TEST_F(Commands, DoNothingToABlockThatIsGoneWhenTheirTurnComes) {
+  for (const auto& [command, reply] : std::initializer_list<Step>{
+           {"setparam RouteA scripted_0 1 x", "Failed to set parameter\n"},
+           {"getparam RouteA scripted_0 1", "Failed to get parameter\n"},
+           {"newlink RouteA 1 BYTE 1 1 scripted_0 1 scripted_1 1", "Failed to create link\n"},
+           {"newlink RouteA 1 BYTE 1 1 scripted_1 1 scripted_0 1", "Failed to create link\n"},
+           {"delete RouteA scripted_0", "Failed to delete scripted_0\n"}}) {
+    std::promise<void> release;
+    Scripts()["dst"].on["Reset"] = [&](ScriptedBlock*) { return release.get_future().wait(), 0; };
+    auto* const route = zelk->NewRoute("RouteA", nullptr);
+    zelk::Route::Action batch[2];
+    batch[1].type = zelk::Route::DELETE;
+    batch[1].del = {route->NewBlock("scripted.so", true, false, {"src"}), -20};
+    batch[0].type = zelk::Route::RESET;
+    batch[0].reset = {route->NewBlock("scripted.so", false, true, {"dst"}), -20};
+    auto edit = std::async(std::launch::async, [&] { route->ExecuteActions(batch, 2); });
+    WaitFor("dst.Reset");
+    TraceConsole(true);
+    console.Send(command);
+    WaitFor("D src/Zelk DebugThreadLoop: Received command '" + std::string(command) + "'");
+    TraceConsole(false);
+    usleep(2000);  // the command looks its names up and queues behind the deletion
+    release.set_value();
+    EXPECT_EQ(reply, console.Receive());
+    edit.get();
+    zelk->DeleteRoute(route);
+    TakeTrace();
+  }
 }
 
 }  // namespace

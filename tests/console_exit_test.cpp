@@ -108,6 +108,25 @@ TEST(ConsoleExit, OfAForkedChildLeavesTheParentAlone) {
   EXPECT_EQ("Stopped RouteA\n", ConsoleClient().Ask("stop RouteA"));
 }
 
+TEST(ConsoleExit, HangsUpOnAClientWhoseConnectionAForkedChildHasToo) {
+  int ends[2];
+  ASSERT_EQ(0, pipe(ends));
+  Host host([&] {
+    Zelk::Instance();
+    char byte;
+    if (read(ends[0], &byte, 1) != 1) _exit(1);
+    close(ends[1]);
+    if (fork() == 0) _exit(static_cast<int>(read(ends[0], &byte, 1)));  // lives as long as the test
+  });
+  ConsoleClient client;
+  client.Ask("x");
+  EXPECT_EQ(1, write(ends[1], "", 1));
+  EXPECT_EQ(0, host.Exit());
+  EXPECT_EQ("<closed>", client.Receive());
+  close(ends[0]);
+  close(ends[1]);
+}
+
 TEST(ConsoleStart, TakesTheSocketOverFromACrashedHost) {
   Host crashed;
   ConsoleClient().Ask("status");

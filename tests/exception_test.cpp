@@ -58,6 +58,18 @@ TEST_F(Exceptions, ThrownInAHookThatCannotRefuseChangesNothing) {
   }
 }
 
+TEST_F(Exceptions, ThrownWhereABlockIsAskedAgainForItsNameLeaveItWithoutASubname) {
+  Scripts()["b"].subname = "x";
+  EXPECT_EQ("scripted_x_0", New("b", true, true)->Name());
+  Scripts()["b"].on["Subname"] = [asked = 0](ScriptedBlock*) mutable {
+    return asked++ == 0 ? 0 : ThrowError(nullptr);
+  };
+  EXPECT_EQ("scripted_1", New("b", true, true)->Name());
+  Scripts()["b"] = {};
+  EXPECT_EQ("scripted_0", New("b", true, true)->Name());
+  EXPECT_EQ("scripted_2", New("b", true, true)->Name());
+}
+
 TEST_F(Exceptions, ThrownInAFrameFailsThatFrameAndResetsEveryBlock) {
   for (const auto& thrower : THROWERS) {
     Scripts()["src"].on["ProcessFrame"] = thrower;

@@ -1,14 +1,23 @@
 # Faults of plug-ins, clients and the machine.
+zelk_test(route_end ISOLATED SOURCES support/quick_exit.cpp LIBRARIES core_support
+          BLOCKS ${TEST_BLOCKS})
 zelk_test(stress ISOLATED BLOCKS ${TEST_BLOCKS})
 set(STOCK)
-foreach(block siggen gain convert resample tee mixer meter pace filesink)
+foreach(block siggen gain convert resample tee mixer meter pace filesink ladspa lv2)
   if(TARGET ${block})
     list(APPEND STOCK ${block})
   endif()
 endforeach()
-zelk_test(misbehave ISOLATED SOURCES support/quick_exit.cpp LIBRARIES core_support BLOCKS ${TEST_BLOCKS} ${STOCK})
+zelk_test(misbehave ISOLATED SOURCES support/quick_exit.cpp LIBRARIES core_support
+          BLOCKS ${TEST_BLOCKS})
+zelk_test(misbehave_descriptors ISOLATED SOURCES support/quick_exit.cpp LIBRARIES core_support
+          BLOCKS ${TEST_BLOCKS} ${STOCK})
 list(JOIN STOCK "," STOCK)
-target_compile_definitions(misbehave_test PRIVATE "STOCK_BLOCKS=\"${STOCK}\"")
+target_compile_definitions(misbehave_descriptors_test PRIVATE "STOCK_BLOCKS=\"${STOCK}\"")
+if(TARGET jack AND TARGET audio)
+  target_compile_definitions(misbehave_descriptors_test PRIVATE WITH_JACK)
+  add_dependencies(misbehave_descriptors_test jack audio)
+endif()
 zelk_test(fault_machine ISOLATED BLOCKS worker SOURCES support/Allocator.cpp support/Faults.cpp
           support/RecordCounter.cpp support/quick_exit.cpp)
 # The library's own run path does not count where the test answers for dlopen.

@@ -52,6 +52,7 @@ TEST_F(Profile, SearchesTheFirstSectionOfTheNameAlone) {
   EXPECT_EQ(Get("[config]\nother=1\n [next]\nkey=2\n[config]\nkey=3\n", "key"), "(-1)");
   EXPECT_EQ(Get("[config]", "key"), "(-1)");
   EXPECT_EQ(Get("[other]\nkey=1", "key"), "(-1)");
+  EXPECT_EQ(Get("[config]\nother=1", "key"), "(-1)");
   EXPECT_EQ(Get("", "key"), "(-1)");
 }
 

@@ -47,7 +47,7 @@ TEST_F(Resizes, ThatPublishCopyExactlyOneFrameOfEveryFormat) {
     ASSERT_EQ(0, link->Connect(out, in));
     std::vector<std::uint8_t> frame(100 * 2 * bytes[format]);  // a byte too many is out of bounds
     std::iota(frame.begin(), frame.end(), std::uint8_t{1});
-    out->Resize(100, frame.data(), 77);
+    out->Resize(100, frame.empty() ? bytes : static_cast<void*>(frame.data()), 77);
     EXPECT_TRUE(std::equal(frame.begin(), frame.end(), out->FB()->data)) << format;
     EXPECT_EQ(100, out->FB()->validSamples);
     EXPECT_EQ(77, out->FB()->timestamp);
@@ -78,6 +78,8 @@ TEST_F(Resizes, ThatCannotBeDoneChangeNothing) {
   source->OutEp(9)->Resize(10, nullptr, 1);
   EXPECT_EQ(0, source->Out(9)->samplesPerFrame);
   EXPECT_EQ(0, source->Out(9)->validSamples);
+  source->Out(9)->validSamples = 7;
+  EXPECT_EQ(0, source->OutEp(9)->Available());
 
   auto link = NewLink(zelk::S16_LE, 2, 4);
   ASSERT_EQ(0, link->Connect(out, in));

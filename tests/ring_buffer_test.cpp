@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <numeric>
@@ -171,10 +172,15 @@ TEST(RingBuffer, TakesOddSizesAndRefusesImpossibleOnes) {
   EXPECT_EQ(ring.Consume(nullptr, 1, false, 0), -20);
   EXPECT_EQ(ring.Produce(nullptr, 1, false, nullptr), -20);
   EXPECT_EQ(ring.Fill(), 2);
+  long long time = 7;
+  EXPECT_EQ(ring.Get(1, &time), Ints{0});
+  EXPECT_EQ(time, 7);  // a ring that keeps no times
 
   RingBuffer empty(48000, 0, 4, 0);
   EXPECT_EQ(empty.Consume("", 3, false, 0), 0);
   EXPECT_EQ(empty.CurrentLevel().fill, 3);
+  EXPECT_EQ(empty.Produce(&time, 2, false, nullptr), 0);
+  EXPECT_EQ(empty.CurrentLevel().fill, 1);
 
   const long most = std::numeric_limits<long>::max();
   EXPECT_THROW(RingBuffer(0, 4, -1, 0), std::length_error);
@@ -213,6 +219,7 @@ TEST(RingBuffer, WakesABlockedReaderAndABlockedWriterAtShutdown) {
   full.Get(1);
   while (empty.Fill() != 0 || full.Fill() != 4)
     std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(5));  // both are asleep by now
   empty.Shutdown();
   full.Shutdown();
   reader.join();

@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
-#include <signal.h>
-
-#include <cstdio>
-#include <cstdlib>
+#include <pthread.h>
 
 #include "support/RouteTest.h"
+#include "support/quick_exit.h"
 
 namespace {
 
@@ -60,14 +58,7 @@ TEST_F(RouteEnd, ARouteWithoutCallbacksLivesAndDiesToo) {
   EXPECT_EQ(1, CountOf(TakeTrace(), "I src/Route ~RouteImpl: RouteB: Deleted"));
 }
 
-// A route whose thread has ended can never be deleted, so each of these has a process of its own,
-// which ends without the exit handlers that would wait for the route.
-[[noreturn]] void EndProcess(bool well) {
-  if (well) std::fputs("as expected", stderr);
-  raise(SIGKILL);
-  std::abort();
-}
-
+// A route whose thread has ended can never be deleted, so each of these has a process of its own.
 [[noreturn]] void ExitTheRoute() {
   NotingCallbacks callbacks;
   callbacks.on["OnExit"] = NoteTheEndOfThisThread;
@@ -84,12 +75,12 @@ TEST_F(RouteEnd, ARouteWithoutCallbacksLivesAndDiesToo) {
   Lines trace = TakeTrace();
   if (trace.size() == 6) trace.erase(trace.begin());  // STOPPED, if the thread was quick
   EXPECT_EQ(wanted, trace);
-  EndProcess(trace == wanted && batch[1].deleteAll.ret == 0);
+  QuickExit(trace == wanted && batch[1].deleteAll.ret == 0);
 }
 
 TEST(RouteEndDeathTest, AnExitActionEndsTheThreadAfterOnExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(ExitTheRoute(), ::testing::KilledBySignal(SIGKILL), "as expected");
+  EXPECT_EXIT(ExitTheRoute(), ::testing::ExitedWithCode(1), "");
 }
 
 [[noreturn]] void RefuseToStartWhileRunning() {
@@ -103,12 +94,29 @@ TEST(RouteEndDeathTest, AnExitActionEndsTheThreadAfterOnExit) {
   route->Start();
   route->NewBlock("scripted.so", true, true, {"refusing"});
   WaitFor("thread ended");
-  EndProcess(CountOf(TakeTrace(), STOPPING) == 0);
+  QuickExit(CountOf(TakeTrace(), STOPPING) == 0);
+}
+
+[[noreturn]] void EndTheThreadInAHook() {
+  Scripts()["b"].on["ProcessFrame"] = [](ScriptedBlock*) -> long {
+    NoteTheEndOfThisThread();
+    pthread_exit(nullptr);
+  };
+  auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
+  route->NewBlock("scripted.so", true, true, {"b"});
+  route->Start();
+  WaitFor("thread ended");
+  QuickExit(With(TakeTrace("E"), "threw").empty());
+}
+
+TEST(RouteEndDeathTest, ABlockThatEndsItsThreadIsNoException) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(EndTheThreadInAHook(), ::testing::ExitedWithCode(1), "");
 }
 
 TEST(RouteEndDeathTest, AnyOtherRefusalToStartWhileRunningEndsTheThread) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(RefuseToStartWhileRunning(), ::testing::KilledBySignal(SIGKILL), "as expected");
+  EXPECT_EXIT(RefuseToStartWhileRunning(), ::testing::ExitedWithCode(1), "");
 }
 
 }  // namespace

@@ -148,6 +148,24 @@ TEST_F(RouteStates, AGraphBrokenWhileRunningWaitsToBeMendedAndCountsAnew) {
   EXPECT_EQ(0, route->Stop());
 }
 
+TEST_F(RouteStates, AGraphWhoseBlocksRefuseToStopGoesOnWhereItWasMended) {
+  for (const char* label : {"src", "dst"}) {
+    Scripts()[label].quietFrames = true;
+    Scripts()[label].on["ProcessFrame"] = Pace;
+    Scripts()[label].on["Stop"] = Results({-6, 0, 0});
+  }
+  src = New("src", true, true);
+  dst = New("dst", false, true);
+  auto* link = Join(src, 0, dst, 0);
+  EXPECT_EQ(0, route->Start());
+  TakeTrace();
+  EXPECT_EQ(0, route->Delete(link));
+  WaitFor(BROKEN);
+  ASSERT_NE(nullptr, Join(src, 0, dst, 0));
+  WaitFor(RUNNING);
+  EXPECT_EQ((Lines{}), With(TakeTrace("EI"), ".Start"));
+}
+
 TEST_F(RouteStates, BlocksAddedWhileRunningStartBeforeTheirFirstFrame) {
   Scripts()["b0"].quietFrames = true;
   Scripts()["b0"].on["ProcessFrame"] = Pace;

@@ -12,11 +12,13 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 
+#include "support/Faults.h"
 #include "support/TemporaryDirectory.h"
 
 namespace {
@@ -176,6 +178,36 @@ TEST_F(Vantrel, KeepsTheEarlierFileWhenANewOneFailsAndAppendsWhenItReturns) {
     ++open;
   }
   EXPECT_EQ(open, 1);
+}
+
+TEST_F(Vantrel, TriesAgainWhatWasInterruptedAndOutlivesWhatFails) {
+  const std::string other = directory / "other";
+  const struct {
+    const char* function;
+    int error;
+    bool opens, prints;
+  } cases[] = {{"open", EINTR, true, true},    {"open", EMFILE, false, true},
+               {"dup3", EINTR, true, true},    {"dup3", EBUSY, true, true},
+               {"dup3", EMFILE, false, true},  {"fcntl", EACCES, true, true},
+               {"write", EINTR, true, true},   {"write", ENOSPC, true, false},
+               {"write", EAGAIN, true, false}, {"close", EINTR, true, true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.function << ' ' << c.error);
+    ASSERT_EQ(vantrel_set_file(log.c_str()), 0);
+    std::ofstream(log).close();
+    std::ofstream(other).close();
+    test::SetFault(c.function, 1, c.error);
+    EXPECT_EQ(vantrel_set_file(other.c_str()), c.opens ? 0 : -c.error);
+    errno = ENOENT;
+    PRINT('I', "one");
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_TRUE(test::ClearFault());
+    PRINT('I', "two");
+    const std::string text = ReadFile(c.opens ? other : log);
+    EXPECT_EQ(text.find(" one\n") != text.npos, c.prints);
+    EXPECT_NE(text.find(" two\n"), text.npos);
+  }
+  EXPECT_EQ(test::StrayCloses(), 0);
 }
 
 TEST_F(Vantrel, ReplacesTheFileUnderThreadsThatPrint) {
