@@ -33,8 +33,10 @@ long Scribble(zelk::FrameBuffer& fb, long frame) {
   return 0;
 }
 constexpr long SCRIBBLES = 16;
+constexpr long IN_TURN = -1;
 
-// A bad source before a stock block, and a bad sink behind it, each with one wild descriptor.
+// A bad source before a stock block, and a bad sink behind it, with one wild descriptor in every
+// frame.
 std::string Neighbour(const char* name, const std::vector<std::string>& args, bool before,
                       bool behind, long scribble) {
   return InChild([=] {
@@ -43,8 +45,9 @@ std::string Neighbour(const char* name, const std::vector<std::string>& args, bo
       host.Spoil(bad, "ProcessFrame", [=, &host](ScriptedBlock* block) {
         zelk::FrameBuffer& fb = *(block->First() ? block->Out(0) : block->In(0));
         ++host.frames;
-        return fb.validSamples == 0 && !block->First() ? -1L * (host.frames % 20 != 0)
-                                                       : Scribble(fb, scribble);
+        return fb.validSamples == 0 && !block->First()
+                   ? -1L * (host.frames % 20 != 0)
+                   : Scribble(fb, scribble == IN_TURN ? host.frames.load() : scribble);
       });
     }
     host.route->SetDump("/tmp");
@@ -97,14 +100,9 @@ TEST(WildDescriptors, OfTheirNeighboursAreSurvivedByDevices) {
   const JackServer server("wild");
   if (!server.running) GTEST_SKIP() << "no JACK server can be started here";
   setenv("JACK_DEFAULT_SERVER", server.name.c_str(), 1);
-  for (const bool sink : {false, true}) {
-    for (long scribble = 0; scribble < SCRIBBLES; ++scribble) {
-      EXPECT_EQ("lives", Neighbour("jack", {"wild", server.name, "-"}, sink, !sink, scribble))
-          << sink << " " << scribble;
-    }
-  }
-  for (long scribble = 0; scribble < SCRIBBLES; ++scribble)
-    EXPECT_EQ("lives", Neighbour("audio", {"system"}, true, false, scribble)) << scribble;
+  for (const bool sink : {false, true})
+    EXPECT_EQ("lives", Neighbour("jack", {"wild", server.name, "-"}, sink, !sink, IN_TURN));
+  EXPECT_EQ("lives", Neighbour("audio", {"system"}, true, false, IN_TURN));
 }
 #endif
 
