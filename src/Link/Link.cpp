@@ -7,7 +7,6 @@
 #include <functional>
 #include <limits>
 #include <new>
-#include <stdexcept>
 
 #include "Log.h"
 
@@ -99,8 +98,6 @@ bool Link::ResizeBuffer(long samples) {
     buffer.resize(bytes);
   } catch (const std::bad_alloc&) {
     return false;
-  } catch (const std::length_error&) {
-    return false;
   }
   return true;
 }
@@ -174,7 +171,7 @@ bool Link::Reallocate(long samples, const void* src, std::size_t bytes) {
     outEp->fb.data = inEp->fb.data = buffer.data();
     outEp->fb.samplesPerFrame = inEp->fb.samplesPerFrame = samples;
   }
-  if (src != nullptr && inside == 0 && bytes != 0) {
+  if (src != nullptr && inside == 0) {
     std::memcpy(buffer.data(), src, std::min(bytes, buffer.size()));
   }
   return true;
@@ -202,17 +199,13 @@ void Link::Publish() noexcept {
 
 void Link::Disconnect() {
   if (outEp != nullptr) {
-    if (outEp->link != nullptr) {
-      outEp->block->BaseOnOutEpUnlinked(outEp->index);
-      Detach(*outEp);
-    }
+    outEp->block->BaseOnOutEpUnlinked(outEp->index);
+    Detach(*outEp);
     outEp = nullptr;
   }
   if (inEp != nullptr) {
-    if (inEp->link != nullptr) {
-      inEp->block->BaseOnInEpUnlinked(inEp->index);
-      Detach(*inEp);
-    }
+    inEp->block->BaseOnInEpUnlinked(inEp->index);
+    Detach(*inEp);
     inEp = nullptr;
   }
   buffer.clear();

@@ -65,7 +65,7 @@ RouteImpl::~RouteImpl() {
     batch.front()->action = &action;
     SubmitBatch(batch);
   }
-  if (thread) thread->join();
+  thread->join();
   for (void* handle : handles)
     dlclose(handle);
   LOG_I("%s: Deleted", name.c_str());

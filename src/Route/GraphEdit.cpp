@@ -177,8 +177,8 @@ int RouteImpl::Delete_l(void* instance) {
 void RouteImpl::DeleteLink(Link* link) {
   ReleaseName(link->name);  // first: it may run out of memory, and nothing is lost then
   links.erase(link);
-  if (link->outEp != nullptr) GraphEdited(link->outEp->block);
-  if (link->inEp != nullptr) GraphEdited(link->inEp->block);
+  GraphEdited(link->outEp->block);
+  GraphEdited(link->inEp->block);
   delete link;
 }
 

@@ -44,7 +44,7 @@ void ZelkImpl::StartDebugThread() {
 void ZelkImpl::EndDebugThread() {
   exitFlag = true;
   if (belled) bell.Ring();
-  if (debugThread) debugThread->join();
+  debugThread->join();
   // Closed by now, and not before: under a running thread the numbers could be given out again.
   if (listener >= 0) close(listener);
   listener = -1;

@@ -30,10 +30,12 @@ auto Uninterrupted(Call&& call) noexcept {
   return result;
 }
 
-[[maybe_unused]] int CloseOnExec(int fd) noexcept {
+#if !defined(__linux__)
+int CloseOnExec(int fd) noexcept {
   if (fd >= 0) fcntl(fd, F_SETFD, FD_CLOEXEC);
   return fd;
 }
+#endif
 
 int BindTo(int fd, const char* path) noexcept {
   sockaddr_un address{};
