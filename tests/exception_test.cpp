@@ -19,25 +19,6 @@ const std::function<long(ScriptedBlock*)> THROWERS[] = {ThrowError, ThrowNumber}
 
 class Exceptions : public RouteTest {};
 
-TEST_F(Exceptions, ThrownInAHookIsItsGeneralFailure) {
-  std::vector<std::string> texts;
-  const std::map<std::string, std::function<int()>> cases = {
-      {"Start", [&] { return route->Start(); }},
-      {"OnOutEpLinked", [&] { return Join(src, 5, dst, 5) == nullptr ? -20 : 0; }},
-      {"SetParameter", [&] { return route->SetParameter(src, 1, {}); }},
-      {"GetParameter", [&] { return route->GetParameter(src, 1, texts); }},
-  };
-  for (const auto& thrower : THROWERS) {
-    for (const auto& [hook, call] : cases) {
-      Scripts()["src"].on[hook] = thrower;
-      src = New("src", true, false);
-      dst = New("dst", false, true);
-      EXPECT_EQ(-20, call()) << hook;
-      ExpectUsable();
-    }
-  }
-}
-
 TEST_F(Exceptions, ThrownInAHookThatCannotRefuseChangesNothing) {
   for (const auto& thrower : THROWERS) {
     for (const char* hook : {"OnInEpUnlinked", "OnOutEpUnlinked", "Reset"}) {
@@ -83,16 +64,6 @@ TEST_F(Exceptions, ThrownInAFrameFailsThatFrameAndResetsEveryBlock) {
     EXPECT_EQ(2u, With(trace, ".Reset").size());
     ExpectUsable();
   }
-}
-
-TEST_F(Exceptions, ThrownInStopIsARefusal) {
-  int left = 1;
-  Scripts()["b"].quietFrames = true;
-  Scripts()["b"].on["Stop"] = [&](ScriptedBlock*) { return left-- > 0 ? ThrowError(nullptr) : 0; };
-  New("b", true, true);
-  EXPECT_EQ(0, route->Start());
-  EXPECT_EQ(-20, route->Stop());
-  EXPECT_EQ(0, route->Stop());
 }
 
 TEST_F(Exceptions, ThrownInACallbackIsLoggedAndEndsThere) {

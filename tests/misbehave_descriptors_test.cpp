@@ -71,8 +71,8 @@ TEST(WildDescriptors, OfTheirNeighboursAreSurvivedByStockBlocks) {
   } blocks[] = {
       {"siggen", {"sine"}, false, true},
       {"gain", {"6"}, true, true},
-      {"convert", {}, true, true},
-      {"resample", {}, true, true},
+      {"convert", {"dither"}, true, true},
+      {"resample", {"quick"}, true, true},
       {"tee", {}, true, true},
       {"mixer", {}, true, true},
       {"meter", {}, true, true},

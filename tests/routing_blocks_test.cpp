@@ -215,34 +215,6 @@ TEST_F(RoutingBlocks, PaceNeverPassesAFrameBeforeItsTime) {
   EXPECT_LE(Parameter(pace, 1), Parameter(pace, 2));
 }
 
-TEST_F(RoutingBlocks, DescriptorsThatLieLeadNoBlockBeyondItsBuffers) {
-  for (const Words& words : std::vector<Words>{
-           {"tee"}, {"mixer"}, {"pace"}, {"meter"}, {"convert", "dither"}, {"resample", "quick"}}) {
-    SCOPED_TRACE(words[0]);
-    Memory source(Floats(12000, 0.5F));
-    source.sizes = {240, 960};
-    source.before = [](std::size_t frame, FrameBuffer& fb) {
-      if (frame == 1) fb.validSamples = LONG_MAX;
-      if (frame == 2) fb.validSamples = LONG_MIN;
-      if (frame == 3) fb.format = static_cast<SampleFormat>(12);
-      if (frame == 4) fb.channels = 1'000'000;
-      if (frame == 5) fb.timestamp = LLONG_MAX;
-      if (frame == 6) fb.rate = 0;
-      if (frame == 7) fb.samplesPerFrame = -1;
-    };
-    Memory sink;
-    sink.before = [](std::size_t frame, FrameBuffer& fb) {
-      if (frame == 1) fb.samplesPerFrame = LONG_MAX;
-      if (frame == 2) fb.channels = UINT_MAX;
-    };
-    Block* const tested = New(words);
-    ASSERT_TRUE(Join(Source(source), 0, tested, 0, {FLOAT_LE, 2, 48000, 240}));
-    ASSERT_TRUE(Join(tested, 0, Sink(sink), 0, {S16_LE, 2, 48000, 240}));
-    EXPECT_EQ(Route::END_OF_FILE, Run());
-    EXPECT_GE(sink.bytes.size(), 4 * 240U);
-  }
-}
-
 TEST_F(RoutingBlocks, WordsThatDoNotFitMakeNoBlock) {
   ExpectNoBlocks({"tee 1", "pace x", "meter x", "mixer loud", "mixer 0 0", "convert undither",
                   "resample slow", "resample hq hq"});
