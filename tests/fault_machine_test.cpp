@@ -1,7 +1,6 @@
 // Every allocation and every system call of a host's whole life fails, one after the other. Each
 // life is a process: one fault, then everything must work as if nothing had happened.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <zelk/Zelk.h>
 
@@ -14,6 +13,7 @@
 #include <system_error>
 #include <vector>
 
+#include "support/Child.h"
 #include "support/ConsoleClient.h"
 #include "support/Faults.h"
 #include "support/RecordCounter.h"
@@ -152,12 +152,9 @@ bool Passes(const std::string& function, int error) {
          (error == EAGAIN && function != "pthread_create");
 }
 
-// One life with a fault and one without in the same process.
+// One life with a fault and two without in the same process.
 int LifeWithFault(const std::string& function, long nth, int error) {
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(20);
+  const auto life = [&](int) -> int {
     const long recordsBefore = test::CountedRecords();
     test::SetFault(function, nth, error);
     bool well = false;
@@ -166,39 +163,18 @@ int LifeWithFault(const std::string& function, long nth, int error) {
     } catch (const std::exception&) {
       std::_Exit(EXCEPTION);
     }
-    if (!test::ClearFault()) std::exit(NO_SUCH_CALL);
+    if (!test::ClearFault()) return NO_SUCH_CALL;
     const bool told = test::CountedRecords() > recordsBefore || Life::threw || Life::deaf;
-    if (!well && Passes(function, error)) std::exit(SICK);
-    if (!well && !told && function != "new") std::exit(SILENT);
+    if (!well && Passes(function, error)) return SICK;
+    if (!well && !told && function != "new") return SILENT;
     Life().Live();
     // A console whose set-up failed stays away, as its contract says.
-    if (!Life().Live() && function == "new") std::exit(SICK);
+    if (!Life().Live() && function == "new") return SICK;
     while (OpenFiles() > filesOfAHost)
       usleep(500);  // a descriptor that was lost hangs here
-    std::exit(test::StrayCloses() == 0 ? SURVIVED : SICK);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
-// Counts the open files of a host without faults in a child, which alone becomes a host.
-long FilesOfAHost() {
-  int ends[2];
-  EXPECT_EQ(0, pipe(ends));
-  const pid_t child = fork();
-  if (child == 0) {
-    bool well = Life().Live() && Life().Live();
-    usleep(200'000);  // the console hangs up
-    const long files = well ? OpenFiles() : -1;
-    std::exit(write(ends[1], &files, sizeof files) < 0);
-  }
-  long files = -1;
-  EXPECT_EQ(static_cast<ssize_t>(sizeof files), read(ends[0], &files, sizeof files));
-  waitpid(child, nullptr, 0);
-  close(ends[0]);
-  close(ends[1]);
-  return files - 2;
+    return test::StrayCloses() == 0 ? SURVIVED : SICK;
+  };
+  return test::RunChild(life, 20).status;
 }
 
 class Machine : public ::testing::Test {
@@ -207,7 +183,13 @@ class Machine : public ::testing::Test {
     if (std::getenv("ZELK_ISOLATED") != nullptr) {
       std::ofstream("/etc/zelk.conf") << "[config]\nlogtostderr=false\nloglevel=4\n";
     }
-    filesOfAHost = FilesOfAHost();
+    // In a child, which alone becomes a host.
+    const auto count = [](int) {
+      if (!Life().Live() || !Life().Live()) return 0;
+      usleep(200'000);  // the console hangs up
+      return static_cast<int>(OpenFiles());
+    };
+    filesOfAHost = test::RunChild(count).status;
     ASSERT_GT(filesOfAHost, 3) << "a life without a fault does not go well";
   }
 };
@@ -279,18 +261,13 @@ TEST_F(Machine, AFaultAtTheExitHoldsNothingUp) {
                                                 {"shutdown", ENOTCONN},
                                                 {"poll", EINTR},
                                                 {"dlclose", 0}}) {
-    std::fflush(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(20);
+    const auto life = [&, name = function, code = error](int) {
       Zelk::Instance()->NewRoute("RouteA", nullptr)->NewBlock("worker.so", true, true, {});
       Life().Live();
-      test::SetFault(function, 1, error);
-      std::exit(0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, status) << function << " " << error;
+      test::SetFault(name, 1, code);
+      return 0;
+    };
+    EXPECT_EQ(0, test::RunChild(life, 20).status) << function << " " << error;
   }
 }
 

@@ -2,7 +2,6 @@
 // process has any thread, whose trace comes back through a pipe.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,6 +10,7 @@
 #include <sstream>
 #include <thread>
 
+#include "support/Child.h"
 #include "support/RouteTest.h"
 
 namespace {
@@ -28,31 +28,17 @@ class Configuration : public ::testing::Test {
   /// The trace of a process that runs `body` and exits, and last what became of it.
   template <typename Body>
   Lines InChild(Body body) {
-    int ends[2];
-    EXPECT_EQ(0, pipe(ends));
-    std::fflush(nullptr);
-    const pid_t child = fork();
-    if (child == 0) {
-      close(ends[0]);
+    const Child child = RunChild([&](int out) {
       TakeTrace();
-      MirrorTrace(ends[1]);
+      MirrorTrace(out);
       body();
-      std::exit(0);  // with the singleton's destruction
-    }
-    close(ends[1]);
-    std::string text;
-    char piece[4096];
-    for (ssize_t n; (n = read(ends[0], piece, sizeof piece)) > 0;) {
-      text.append(piece, static_cast<std::size_t>(n));
-    }
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
+      return 0;  // with the singleton's destruction
+    });
+    std::istringstream stream(child.text);
     Lines lines;
-    std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);)
       lines.push_back(line);
-    lines.push_back(status == 0 ? "ended well" : "ended badly");
+    lines.push_back(child.status == 0 ? "ended well" : "ended badly");
     return lines;
   }
   static void WriteProfile(const std::string& text) { std::ofstream("/etc/zelk.conf") << text; }

@@ -2,16 +2,13 @@
 // route's thread with it. A host that hangs is killed by its alarm.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "support/Child.h"
 #include "support/ConsoleClient.h"
 #include "support/RouteTest.h"
 #include "support/quick_exit.h"
@@ -107,24 +104,11 @@ class Host {
 
 /// Runs `life` in a child; what it returned, or how the child ended.
 inline std::string InChild(const std::function<std::string()>& life) {
-  int ends[2];
-  EXPECT_EQ(0, pipe(ends));
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(60);
+  const Child child = RunChild([&](int out) -> int {
     const std::string text = life();
-    QuickExit(write(ends[1], text.data(), text.size()) < 0);
-  }
-  close(ends[1]);
-  std::string text;
-  char piece[500];
-  for (ssize_t n; (n = read(ends[0], piece, sizeof piece)) > 0;)
-    text.append(piece, static_cast<std::size_t>(n));
-  close(ends[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  return status == 0 ? text : text + "<ended with " + std::to_string(status) + ">";
+    QuickExit(write(out, text.data(), text.size()) < 0);
+  });
+  return child.status == 0 ? child.text : "<ended with " + std::to_string(child.status) + ">";
 }
 
 }  // namespace test
