@@ -215,11 +215,13 @@ TEST(RingBuffer, WakesABlockedReaderAndABlockedWriterAtShutdown) {
     read = empty.Produce(values.data(), 3, true, nullptr);
   });
   std::thread writer([&] { written = full.Put(Numbers(2), true); });
+  const auto bothSleep = [] { std::this_thread::sleep_for(std::chrono::milliseconds(5)); };
+  bothSleep();
   empty.Put({1});  // not enough for the reader, which takes it and waits again
   full.Get(1);
   while (empty.Fill() != 0 || full.Fill() != 4)
     std::this_thread::yield();
-  std::this_thread::sleep_for(std::chrono::milliseconds(5));  // both are asleep by now
+  bothSleep();
   empty.Shutdown();
   full.Shutdown();
   reader.join();
