@@ -16,6 +16,15 @@
 
 #include "support/Allocator.h"
 
+// A sanitizer asks for what comes after itself, before anything else can run.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#define IS_SANITIZED 1
+#elif defined(__has_feature)
+#define IS_SANITIZED (__has_feature(address_sanitizer) || __has_feature(thread_sanitizer))
+#else
+#define IS_SANITIZED 0
+#endif
+
 namespace test {
 namespace {
 
@@ -103,7 +112,8 @@ FAULTY_CALL(int, dlclose, (real(handle), -1), (void* handle), (handle), noexcept
 FAULTY_CALL(int, pthread_create, test::errorOfFault.load(),
             (pthread_t * t, const pthread_attr_t* a, void* (*f)(void*), void* p), (t, a, f, p),
             noexcept)
-// A sanitizer that is a library of its own looks for what comes after itself, not after this.
+#endif
+#if !IS_SANITIZED
 extern "C" [[gnu::visibility("default")]] void* dlsym(void* handle, const char* name) noexcept {
   return test::Fails("dlsym") ? nullptr : test::RealDlsym(handle, name);
 }
