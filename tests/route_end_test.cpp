@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include "support/Child.h"
 #include "support/RouteTest.h"
 #include "support/quick_exit.h"
 
@@ -59,64 +60,60 @@ TEST_F(RouteEnd, ARouteWithoutCallbacksLivesAndDiesToo) {
 }
 
 // A route whose thread has ended can never be deleted, so each of these has a process of its own.
-[[noreturn]] void ExitTheRoute() {
-  NotingCallbacks callbacks;
-  callbacks.on["OnExit"] = NoteTheEndOfThisThread;
-  auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", &callbacks);
-  TakeTrace();
-  Route::Action batch[2];
-  batch[0].type = Route::EXIT;
-  batch[1].type = Route::DELETE_ALL;
-  batch[1].deleteAll.ret = -20;
-  route->ExecuteActions(batch, 2);
-  WaitFor("thread ended");
-  const Lines wanted = {Processing("EXIT"), "OnExit", Processing("DELETE_ALL"),
-                        "I src/Route Preprocess: RouteA: Status is EXIT", "thread ended"};
-  Lines trace = TakeTrace();
-  if (trace.size() == 6) trace.erase(trace.begin());  // STOPPED, if the thread was quick
-  EXPECT_EQ(wanted, trace);
-  QuickExit(trace == wanted && batch[1].deleteAll.ret == 0);
+void InChild(const std::function<bool()>& goesWell) {
+  EXPECT_EQ(0, RunChild([&](int) -> int { QuickExit(goesWell() ? 0 : 1); }).status);
 }
 
+// Death tests are run first, when this process has no thread yet.
 TEST(RouteEndDeathTest, AnExitActionEndsTheThreadAfterOnExit) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(ExitTheRoute(), ::testing::ExitedWithCode(1), "");
-}
-
-[[noreturn]] void RefuseToStartWhileRunning() {
-  Scripts()["b0"].on["ProcessFrame"] = Pace;
-  Scripts()["refusing"].on["Start"] = [](ScriptedBlock*) {
-    NoteTheEndOfThisThread();
-    return -5L;
-  };
-  auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
-  route->NewBlock("scripted.so", true, true, {"b0"});
-  route->Start();
-  route->NewBlock("scripted.so", true, true, {"refusing"});
-  WaitFor("thread ended");
-  QuickExit(CountOf(TakeTrace(), STOPPING) == 0);
-}
-
-[[noreturn]] void EndTheThreadInAHook() {
-  Scripts()["b"].on["ProcessFrame"] = [](ScriptedBlock*) -> long {
-    NoteTheEndOfThisThread();
-    pthread_exit(nullptr);
-  };
-  auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
-  route->NewBlock("scripted.so", true, true, {"b"});
-  route->Start();
-  WaitFor("thread ended");
-  QuickExit(With(TakeTrace("E"), "threw").empty());
-}
-
-TEST(RouteEndDeathTest, ABlockThatEndsItsThreadIsNoException) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(EndTheThreadInAHook(), ::testing::ExitedWithCode(1), "");
+  InChild([] {
+    NotingCallbacks callbacks;
+    callbacks.on["OnExit"] = NoteTheEndOfThisThread;
+    auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", &callbacks);
+    TakeTrace();
+    Route::Action batch[2];
+    batch[0].type = Route::EXIT;
+    batch[1].type = Route::DELETE_ALL;
+    batch[1].deleteAll.ret = -20;
+    route->ExecuteActions(batch, 2);
+    WaitFor("thread ended");
+    const Lines wanted = {Processing("EXIT"), "OnExit", Processing("DELETE_ALL"),
+                          "I src/Route Preprocess: RouteA: Status is EXIT", "thread ended"};
+    Lines trace = TakeTrace();
+    if (trace.size() == 6) trace.erase(trace.begin());  // STOPPED, if the thread was quick
+    EXPECT_EQ(wanted, trace);
+    return trace == wanted && batch[1].deleteAll.ret == 0;
+  });
 }
 
 TEST(RouteEndDeathTest, AnyOtherRefusalToStartWhileRunningEndsTheThread) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(RefuseToStartWhileRunning(), ::testing::ExitedWithCode(1), "");
+  InChild([] {
+    Scripts()["b0"].on["ProcessFrame"] = Pace;
+    Scripts()["refusing"].on["Start"] = [](ScriptedBlock*) {
+      NoteTheEndOfThisThread();
+      return -5L;
+    };
+    auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
+    route->NewBlock("scripted.so", true, true, {"b0"});
+    route->Start();
+    route->NewBlock("scripted.so", true, true, {"refusing"});
+    WaitFor("thread ended");
+    return CountOf(TakeTrace(), STOPPING) == 0;
+  });
+}
+
+TEST(RouteEndDeathTest, ABlockThatEndsItsThreadIsNoException) {
+  InChild([] {
+    Scripts()["b"].on["ProcessFrame"] = [](ScriptedBlock*) -> long {
+      NoteTheEndOfThisThread();
+      pthread_exit(nullptr);
+    };
+    auto* route = zelk::Zelk::Instance()->NewRoute("RouteA", nullptr);
+    route->NewBlock("scripted.so", true, true, {"b"});
+    route->Start();
+    WaitFor("thread ended");
+    return With(TakeTrace("E"), "threw").empty();
+  });
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // The program `zelk-validate`: it finds each fault of a block that has one, and says where.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "support/Program.h"
 
 using test::Program;
@@ -11,16 +9,9 @@ namespace {
 
 class Validate : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = "/tmp/zelk_validate.XXXXXX";
-    ASSERT_NE(nullptr, mkdtemp(name.data()));
-    folder = name;
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
-
   int Run(std::vector<std::string> words) {
     words.insert(words.begin(), VALIDATE_PROGRAM);
-    Program program(folder, words);
+    Program program(folder.path, words);
     const int status = program.Wait();
     out = program.Out();
     err = program.Err();
@@ -37,7 +28,8 @@ class Validate : public testing::Test {
     EXPECT_NE(std::string::npos, out.find(text)) << out;
   }
 
-  std::string folder, out, err;
+  test::TemporaryDirectory folder;
+  std::string out, err;
 };
 
 TEST_F(Validate, ASoundBlockPassesEveryCheck) {
@@ -78,8 +70,8 @@ TEST_F(Validate, ABlockThatIsNotCreatedEndsTheReport) {
   EXPECT_NE(std::string::npos, out.find("not ok 1 - is created\n# fault: CreateBlock() returned "
                                         "null; does it take these words?\n"));
   EXPECT_NE(std::string::npos, out.find("\nBail out!"));
-  EXPECT_EQ(1, Run({folder + "/absent.so"}));
-  EXPECT_NE(std::string::npos, out.find("Can't open " + folder + "/absent.so\n")) << out;
+  EXPECT_EQ(1, Run({folder / "absent.so"}));
+  EXPECT_NE(std::string::npos, out.find("Can't open " + folder / "absent.so" + "\n")) << out;
 }
 
 TEST_F(Validate, RefusesWrongUsage) {
