@@ -24,14 +24,6 @@ zelk_test(fault_machine ISOLATED BLOCKS worker SOURCES support/Allocator.cpp sup
 set_tests_properties(fault_machine PROPERTIES
   ENVIRONMENT "LD_LIBRARY_PATH=${ZELK_BLOCK_OUTPUT_DIRECTORY}")
 
-# Run by scripts/soak; too long for a test.
-add_executable(soak EXCLUDE_FROM_ALL soak.cpp)
-target_link_libraries(soak PRIVATE zelk::zelk vantrel::vantrel GTest::gtest Threads::Threads)
-target_include_directories(soak PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
-set_target_properties(soak PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
-zelk_warnings(soak)
-add_dependencies(soak clocked)
-
 add_executable(exit_cycle_host exit_cycle_host.cpp support/quick_exit.cpp)
 target_link_libraries(exit_cycle_host PRIVATE zelk::zelk vantrel::vantrel GTest::gtest)
 target_include_directories(exit_cycle_host PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
