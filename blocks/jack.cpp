@@ -5,6 +5,7 @@
 // each is joined to its PORT: an exact name, else the first that matches as a regular expression
 // (with "." for a blank), "-" for none. Without any PORT they are joined to the sound card's.
 #include "common/DeviceBlock.h"
+#include "common/DoneWithin.h"
 #include "common/Log.h"
 
 #include <jack/jack.h>
@@ -13,9 +14,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <future>
 #include <memory>
-#include <thread>
 
 namespace {
 
@@ -54,28 +53,7 @@ SERVERS_MEMORY void Silence(float* const* to, std::size_t channels, std::size_t 
       to[c][i] = 0;
 }
 
-/// Closing joins the library's threads under the library's lock. It has been seen to take for ever
-/// on a busy machine, and must not take the route with it.
-constexpr std::chrono::seconds CLOSE_LIMIT(10);
-std::atomic<bool> stuck = false;
-
-bool Closed(jack_client_t* client) try {
-  std::promise<void> done;
-  std::future<void> closed = done.get_future();
-  std::thread closing([client, done = std::move(done)]() mutable {
-    jack_client_close(client);
-    done.set_value();
-  });
-  if (closed.wait_for(CLOSE_LIMIT) == std::future_status::ready) return closing.join(), true;
-  stuck = true;
-  closing.detach();
-  return false;
-} catch (const std::exception&) {  // no thread is to be had
-  jack_client_close(client);
-  return true;
-}
-
-/// What a client's callbacks work with. Outlives the block if the client cannot be closed.
+/// What a client's callbacks work with. Lives until the client is closed.
 struct Callbacks {
   Callbacks(std::shared_ptr<DeviceQueue> q, bool captures)
       : queue(std::move(q)), isSource(captures) {}
@@ -108,6 +86,8 @@ struct Callbacks {
   }
 };
 
+std::atomic<int> clientsLeft = 0;  // which cannot be closed; the library's lock is held meanwhile
+
 class Jack final : public DeviceBlock {
  public:
   Jack(bool first, bool last, jack_client_t* opened, std::vector<std::string> portWords)
@@ -120,11 +100,12 @@ class Jack final : public DeviceBlock {
     parameters.Add({4, "connections", "-", 0, 0, 0, {}, {}, [this] { return Connections(); }});
   }
 
-  // The callbacks may run until the client is closed.
+  // The callbacks may run until the client is closed. That waits for a server that is stopped but
+  // not dead, and was seen to take for ever on a busy machine.
   ~Jack() override {
-    if (Closed(client)) return;
-    LOG_E("%s did not let go of its client, which is left behind", DeviceName().c_str());
-    static_cast<void>(callbacks.release());
+    const auto close = [opened = client, kept = callbacks] { jack_client_close(opened); };
+    if (!DoneWithin(std::chrono::seconds(10), close, clientsLeft))
+      LOG_E("%s does not let go of its client, which is left behind", DeviceName().c_str());
   }
 
  protected:
@@ -222,7 +203,7 @@ class Jack final : public DeviceBlock {
   jack_client_t* const client;
   const std::vector<std::string> words;
   bool active = false;
-  std::unique_ptr<Callbacks> callbacks = std::make_unique<Callbacks>(queue, IsSource());
+  const std::shared_ptr<Callbacks> callbacks = std::make_shared<Callbacks>(queue, IsSource());
   std::vector<jack_port_t*>& ports = callbacks->ports;
 };
 
@@ -237,8 +218,8 @@ ZELK_PLUGIN zelk::Block* CreateBlock(bool first, bool last, const std::vector<st
           args.size());
     return nullptr;
   }
-  if (stuck) {
-    LOG_E("%s: the JACK library answers no more in this process", args[0].c_str());
+  if (clientsLeft > 0) {
+    LOG_E("%s: the JACK library still closes another client", args[0].c_str());
     return nullptr;
   }
   jack_status_t status = {};
