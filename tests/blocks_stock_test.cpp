@@ -1,6 +1,5 @@
 // The stock blocks by what they write and refuse.
 #include "common/Arguments.h"
-#include "common/DoneWithin.h"
 #include "support/RouteFixture.h"
 
 #include <zelk/Ioctl.h>
@@ -305,20 +304,6 @@ TEST_F(StockBlocks, AnAnnouncedTotalTrimsTheLastFrameOnTheWayThroughTwoFifos) {
   ASSERT_EQ(0, route->DeleteAll());
   Zelk::Instance()->DeleteFIFO(in);
   Zelk::Instance()->DeleteFIFO(out);
-}
-
-TEST(DoneWithin, LeavesWorkThatTakesTooLongAndCountsItUntilItEnds) {
-  std::atomic<int> overdue = 0;
-  EXPECT_TRUE(blocks::DoneWithin(
-      std::chrono::seconds(60), [] {}, overdue));
-  EXPECT_EQ(0, overdue);
-  std::promise<void> go;
-  const auto work = [held = go.get_future().share()] { held.wait(); };
-  EXPECT_FALSE(blocks::DoneWithin(std::chrono::seconds(0), work, overdue));
-  EXPECT_EQ(1, overdue);
-  go.set_value();
-  while (overdue != 0)
-    std::this_thread::yield();
 }
 
 }  // namespace
