@@ -33,8 +33,8 @@ jack_servers() {
   done
 }
 
-# libjack has been seen to lose a reply on a busy machine and to wait for it for ever, once in some
-# thousand clients. What fails twice, on servers of its own, is the block's fault.
+# On a busy machine a client was seen, rarely, not to close again; why is not known. What fails twice,
+# on servers of its own, counts.
 jack_check() {
   check "$1" "$file" "$2" "zelk-$$-$2"
   [ $failed = 0 ] && return
